@@ -1,0 +1,28 @@
+# voltaria_unit_test(NAME SOURCES... LIBS...)
+#   A GoogleTest program of unit tests; every test of it is one CTest test.
+function(voltaria_unit_test name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
+  list(TRANSFORM arg_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/tests/unit/)
+  add_executable(${name} ${arg_SOURCES})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PRIVATE voltaria_options ${arg_LIBS} GTest::gtest GTest::gmock GTest::gtest_main)
+  gtest_discover_tests(${name} TEST_PREFIX "unit." DISCOVERY_TIMEOUT 60 PROPERTIES LABELS unit TIMEOUT 120)
+endfunction()
+
+# voltaria_fuzz_target(NAME SOURCES... LIBS...)
+#   A parser's fuzz target, tests/fuzz/SOURCES, with its corpus in tests/fuzz/corpus/NAME. Built with libFuzzer when
+#   VOLTARIA_FUZZ is on; otherwise with a main of our own that replays the corpus, which CTest runs.
+function(voltaria_fuzz_target name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
+  list(TRANSFORM arg_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/tests/fuzz/)
+  add_executable(${name} ${arg_SOURCES})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PRIVATE voltaria_options ${arg_LIBS})
+  if(VOLTARIA_FUZZ)
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  else()
+    target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/fuzz/replay_main.cpp)
+    add_test(NAME fuzz.${name} COMMAND ${name} ${PROJECT_SOURCE_DIR}/tests/fuzz/corpus/${name})
+    set_tests_properties(fuzz.${name} PROPERTIES LABELS fuzz TIMEOUT 120)
+  endif()
+endfunction()
