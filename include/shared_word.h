@@ -2,7 +2,11 @@
 // field is loaded or stored exactly once and whole, whatever the optimiser would like.
 #pragma once
 
+#include <array>
 #include <atomic>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
 #include <type_traits>
 
 /// Loads one field (at most 4 bytes, naturally aligned) of the shared block.
@@ -17,4 +21,17 @@ template <typename T> inline void shared_store(T &field, std::type_identity_t<T>
 {
     static_assert(std::is_integral_v<T> && sizeof(T) <= 4);
     std::atomic_ref<T>(field).store(value, std::memory_order_release);
+}
+
+/// Copies a whole record of the shared block word by word, so that none of its fields (each lies within one
+/// aligned 4-byte word) is ever seen half written. Fields may belong to different status passes.
+template <typename T>
+[[nodiscard]] inline T shared_copy(const T &record)
+{
+    static_assert(std::is_trivially_copyable_v<T> && sizeof(T) % 4 == 0 && alignof(T) == 4);
+    std::array<std::uint32_t, sizeof(T) / 4> words;
+    const auto *source = reinterpret_cast<const std::uint32_t *>(&record);
+    for (std::size_t i = 0; i < words.size(); ++i)
+        words[i] = __atomic_load_n(source + i, __ATOMIC_ACQUIRE);
+    return std::bit_cast<T>(words);
 }
