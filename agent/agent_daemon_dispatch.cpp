@@ -1,0 +1,49 @@
+// Which handler a request goes to.
+#include "agent_daemon.h"
+#include "agent_daemon_buffer.h"
+#include "agent_daemon_requests.h"
+
+#include <algorithm>
+#include <array>
+
+// Handlers marked privileged are refused unless the caller admits them.
+typedef struct _REQUEST {
+    std::uint8_t dataid;
+    bool privileged;
+    int (*handle)(AGENT *ag, int fromtcp);
+} REQUEST;
+
+static int handle_upsinfo(AGENT *ag, int)
+{
+    return daemon_ansgetupsinfo(ag);
+}
+
+// The packet that now lies in the buffer is the answer, and it is handed on as if it were a shutdown order,
+// which its length then rules out. Kept as it is.
+static int handle_osinfo(AGENT *ag, int fromtcp)
+{
+    daemon_recvsendosinfo(ag);
+    return daemon_shutdownups(ag, fromtcp);
+}
+
+static int handle_command(AGENT *ag, int)
+{
+    return daemon_command(ag);
+}
+
+static constexpr std::array REQUESTS = {
+    REQUEST{DATAID_GETUPSINFO, false, handle_upsinfo},
+    REQUEST{DATAID_OSINFO, false, handle_osinfo},
+    REQUEST{DATAID_SHUTDOWN, true, daemon_shutdownups},
+    REQUEST{DATAID_COMMAND, false, handle_command},
+};
+
+int daemon_procnetmsg(AGENT *ag, int privileged, int fromtcp)
+{
+    const std::uint8_t dataid = packet_head().DataId;
+    const auto *request = std::find_if(REQUESTS.begin(), REQUESTS.end(),
+                                       [dataid](const REQUEST &row) { return row.dataid == dataid; });
+    if (request == REQUESTS.end() || (request->privileged && privileged != 1))
+        return -1;
+    return request->handle(ag, fromtcp);
+}

@@ -1,0 +1,6 @@
+#include "agent_main.h"
+
+int main()
+{
+    return agent_main();
+}
