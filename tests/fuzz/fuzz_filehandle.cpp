@@ -1,0 +1,163 @@
+// The configuration file store on any file and any writes. Input: the number of operations, then for each of
+// them a byte for what is done, one that chooses section and key, and a value up to its NUL; the rest is the
+// file. After every operation the file must be what the model says, the value must be found where it was
+// written, and nothing but one line may have been touched.
+#include "ea/filehandle.h"
+#include "tests/unit/filehandle_model.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
+
+static const std::array<std::string, 4> SECTIONS = {"A", "AB", "Event1", "A\nB"};
+static const std::array<std::string, 4> KEYS = {"K", "KK", "Event1", ""};
+
+static void require(bool holds, const char *what)
+{
+    if (holds)
+        return;
+    std::fprintf(stderr, "broken: %s\n", what);
+    std::abort();
+}
+
+// The path of the store is fixed: never on the directory of an installed agent, only on a private mount.
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    struct stat directory, parent;
+    require(stat("/usr/lib/voltaria", &directory) == 0 && stat("/usr/lib", &parent) == 0 &&
+                directory.st_dev != parent.st_dev,
+            "/usr/lib/voltaria must be a private mount: run this in the sandbox");
+    require(std::freopen("/dev/null", "w", stdout) != nullptr, "silencing the store");
+    return 0;
+}
+
+static std::string config_text()
+{
+    std::ifstream file(CONFIG_FILE, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+static std::uint8_t take_byte(std::string_view &input)
+{
+    if (input.empty())
+        return 0;
+    const auto byte = static_cast<std::uint8_t>(input.front());
+    input.remove_prefix(1);
+    return byte;
+}
+
+static std::string take_text(std::string_view &input)
+{
+    const std::string text(input.substr(0, input.find('\0')));
+    input.remove_prefix(std::min(text.size() + 1, input.size()));
+    return text;
+}
+
+// How many bytes of `before` are gone in `after`.
+static std::size_t bytes_lost(const std::string &before, const std::string &after)
+{
+    const std::size_t shorter = std::min(before.size(), after.size());
+    std::size_t front = 0;
+    while (front < shorter && before[front] == after[front])
+        ++front;
+    std::size_t back = 0;
+    while (back < shorter - front && before.rbegin()[static_cast<std::ptrdiff_t>(back)] ==
+                                         after.rbegin()[static_cast<std::ptrdiff_t>(back)])
+        ++back;
+    return before.size() - front - back;
+}
+
+static void check_write(std::string &text, const std::string &section, const std::string &key,
+                        const std::string &value)
+{
+    const std::string before = text;
+    const bool known = config_model::find_header(before, section).has_value();
+    const bool ended = before.empty() || before.back() == '\n';
+    const bool taken = config_model::write(text, section, key, value);
+    require((writeparam(section.c_str(), key.c_str(), value.c_str()) == 0) == taken, "result of a write");
+    require(config_text() == text, "file after a write");
+    require(bytes_lost(before, text) < config_model::LONGEST, "a write touched more than a value");
+    if (!taken || !known || !ended || key.empty())
+        return;
+    const char *found = readparam(section.c_str(), key.c_str());
+    const std::string line = value.substr(0, value.find('\n'));
+    require(found != nullptr && found == config_model::without_leading(" =", line), "value read back");
+}
+
+static void check_read(const std::string &text, const std::string &section, const std::string &key)
+{
+    const char *found = readparam(section.c_str(), key.c_str());
+    const auto wanted = config_model::read(text, section, key);
+    require((found != nullptr) == wanted.has_value(), "whether a setting is found");
+    require(found == nullptr || found == *wanted, "value of a setting");
+}
+
+static void check_remove(std::string &text, const std::string &section, const std::string &key, bool all)
+{
+    const int wanted = config_model::remove(text, section, key, all);
+    require(removeitem(section.c_str(), key.c_str(), all ? 1 : 0) == wanted, "result of a removal");
+    require(config_text() == text, "file after a removal");
+}
+
+// Reads the whole file item by item: it must end.
+static void check_items(const std::string &text)
+{
+    std::array<char, STORE_LINE_SIZE> key{};
+    std::array<char, STORE_LINE_SIZE> value{};
+    dfile = std::fopen(CONFIG_FILE, "r");
+    std::size_t items = 0;
+    while (readitem(key, value) != READITEM_END)
+        require(++items <= text.size(), "the items of a file end");
+    require(items == config_model::pieces(text, 0).size(), "one item for every line");
+    std::fclose(dfile);
+    dfile = nullptr;
+}
+
+static void run_operation(std::string &text, std::string_view &input)
+{
+    const unsigned what = take_byte(input) % 8U;
+    const unsigned names = take_byte(input);
+    const std::string &section = SECTIONS[names % 4];
+    const std::string &key = KEYS[names / 4 % 4];
+    if (what == 0)
+        check_remove(text, section, key, (names & 0x80U) != 0);
+    else if (what == 1)
+        require(open_write_batch() == 0, "opening a batch");
+    else if (what == 2)
+        require(close_write_batch() == 0, "closing a batch");
+    else
+        check_write(text, section, key, take_text(input));
+    check_read(text, section, key);
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    std::string_view input(reinterpret_cast<const char *>(data), size);
+    std::string_view operations = input;
+    // Operations are taken twice: first to find where the file begins, then to carry them out.
+    const unsigned count = take_byte(operations) % 8U;
+    std::string_view file = operations;
+    for (unsigned i = 0; i < count; ++i) {
+        const unsigned what = take_byte(file) % 8U;
+        take_byte(file);
+        if (what > 2)
+            take_text(file);
+    }
+    std::string text(file);
+    std::ofstream(CONFIG_FILE, std::ios::binary | std::ios::trunc) << text;
+    for (unsigned i = 0; i < count; ++i)
+        run_operation(text, operations);
+    require(close_write_batch() == 0, "closing what is left of a batch");
+    check_items(text);
+    return 0;
+}
