@@ -1,0 +1,1 @@
+voltaria_fuzz_target(fuzz_text SOURCES fuzz_text.cpp LIBS agentlib)
