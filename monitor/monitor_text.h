@@ -1,0 +1,28 @@
+// Text that came over the network, made fit for a terminal and for JSON: UTF-8, no control characters.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+
+// Which Japanese encoding is tried first. The agent converts to Shift-JIS what it prepares for the network
+// (group, announcements) and passes on other fields as the host keeps them, in EUC-JP; a run of bytes can be
+// valid in both.
+enum class TEXT_CODE { ShiftJis, Euc };
+
+/// A field up to its NUL or its end, in UTF-8. Bytes that decode neither way, and control characters in any
+/// case, appear as "\xNN". Trailing blanks are dropped.
+[[nodiscard]] std::string text_safe(std::span<const char> field, TEXT_CODE first);
+
+/// Terminal columns of a text made by text_safe: 2 for a full-width character, 1 otherwise.
+[[nodiscard]] std::size_t text_columns(std::string_view text);
+
+/// The beginning of `text` that fits into `columns`, never half a character.
+[[nodiscard]] std::string_view text_fit(std::string_view text, std::size_t columns);
+
+/// `text` filled with blanks, or cut, to exactly `columns`.
+[[nodiscard]] std::string text_padded(std::string_view text, std::size_t columns);
+
+/// For terminals that cannot show UTF-8: every character beyond ASCII becomes '?', two for a full-width one.
+[[nodiscard]] std::string text_ascii(std::string_view text);

@@ -1,0 +1,187 @@
+// The watching itself: a feed thread brings the status, this thread owns terminal, keys and signals and waits
+// for whichever comes first. The clock on the page is the only reason to wake without one of them.
+#include "voltaria_watch.h"
+
+#include "monitor_page.h"
+#include "monitor_text.h"
+#include "voltaria_feed.h"
+#include "voltaria_screen.h"
+
+#include <array>
+#include <cerrno>
+#include <clocale>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <langinfo.h>
+#include <poll.h>
+#include <unistd.h>
+
+static std::array<int, 2> quit_pipe{-1,
+                                    -1};  // written by the signal handler, read by nobody: readable is enough
+
+// ---- Ending ----
+
+extern "C" {
+static void on_quit_signal(int)
+{
+    const int error = errno;
+    const char byte = 0;
+    // A full pipe already says what this byte would.
+    if (write(quit_pipe[1], &byte, 1) < 0)
+        errno = error;
+}
+}
+
+static bool catch_quit_signals()
+{
+    if (pipe2(quit_pipe.data(), O_CLOEXEC | O_NONBLOCK) != 0)
+        return false;
+    struct sigaction action {
+    };
+    action.sa_handler = on_quit_signal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    for (const int number : {SIGINT, SIGTERM, SIGHUP})
+        if (sigaction(number, &action, nullptr) != 0)
+            return false;
+    return true;
+}
+
+// ---- Times ----
+
+static std::string clock_text(std::time_t when, const char *pattern)
+{
+    std::tm local{};
+    std::array<char, 32> buffer{};
+    if (localtime_r(&when, &local) == nullptr)
+        return "?";
+    const std::size_t length = std::strftime(buffer.data(), buffer.size(), pattern, &local);
+    return {buffer.data(), length};
+}
+
+static int milliseconds_to_next_second()
+{
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<int>(1000 - now.tv_nsec / 1'000'000);
+}
+
+// ---- On a terminal ----
+
+static bool utf8_terminal()
+{
+    return std::setlocale(LC_CTYPE, "") != nullptr && std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+}
+
+static WATCH_VIEW view_of(const FEED_STATE &state, const MONITOR_OPTIONS &options, const std::string &message)
+{
+    WATCH_VIEW view;
+    view.place = options.host + ":" + std::to_string(options.port);
+    view.now = clock_text(std::time(nullptr), "%H:%M:%S");
+    view.connected = state.connected;
+    view.since = clock_text(state.since, "%H:%M:%S");
+    view.reason = state.reason;
+    view.message = message;
+    view.has_status = state.has_status;
+    view.status = state.status;
+    return view;
+}
+
+// True when the user wants to go.
+static bool handle_keys()
+{
+    for (;;) {
+        switch (screen_key()) {
+        case SCREEN_KEY::Quit:
+            return true;
+        case SCREEN_KEY::None:
+            return false;
+        case SCREEN_KEY::Redraw:
+            break;  // the page is drawn after this anyway
+        }
+    }
+}
+
+static void watch_on_screen(FEED &feed, const MONITOR_OPTIONS &options, bool utf8)
+{
+    const int keys = isatty(STDIN_FILENO) != 0 ? STDIN_FILENO : -1;
+    std::string message;
+    for (;;) {
+        const FEED_STATE state = feed_take(feed);
+        if (!state.messages.empty())
+            message = clock_text(std::time(nullptr), "%H:%M:%S ") +
+                      text_safe(state.messages.back(), TEXT_CODE::ShiftJis);
+        screen_draw(page_watch(view_of(state, options, message), screen_size()), utf8);
+        std::array<pollfd, 3> watched{
+            {{quit_pipe[0], POLLIN, 0}, {keys, POLLIN, 0}, {feed.news_fd, POLLIN, 0}}};
+        const int ready = poll(watched.data(), watched.size(), milliseconds_to_next_second());
+        const bool terminal_gone = ready > 0 && (watched[1].revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
+        if ((ready > 0 && watched[0].revents != 0) || terminal_gone)
+            return;
+        // An interrupted wait may be a change of size, which arrives as a key.
+        if (handle_keys())
+            return;
+    }
+}
+
+// ---- Without a terminal ----
+
+static std::string line_of(const FEED_STATE &state)
+{
+    if (state.connected)
+        return page_one_line(state.status);
+    return state.reason.empty() ? "" : "LOST: " + state.reason;
+}
+
+// False when nobody can read it any more.
+static bool print_line(const std::string &line)
+{
+    const std::string stamp = clock_text(std::time(nullptr), "%Y-%m-%d %H:%M:%S ");
+    return std::fputs((stamp + line + "\n").c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
+}
+
+static bool print_messages(const FEED_STATE &state)
+{
+    for (const std::string &message : state.messages)
+        if (!print_line("message: " + text_safe(message, TEXT_CODE::ShiftJis)))
+            return false;
+    return true;
+}
+
+static int watch_in_lines(FEED &feed)
+{
+    std::string shown;
+    for (;;) {
+        const FEED_STATE state = feed_take(feed);
+        const std::string line = line_of(state);
+        if (!print_messages(state) || (line != shown && !print_line(line)))
+            return EXIT_FAILURE;
+        shown = line;
+        std::array<pollfd, 2> watched{{{quit_pipe[0], POLLIN, 0}, {feed.news_fd, POLLIN, 0}}};
+        if (poll(watched.data(), watched.size(), -1) > 0 && watched[0].revents != 0)
+            return EXIT_SUCCESS;
+    }
+}
+
+int watch(const MONITOR_OPTIONS &options)
+{
+    FEED feed;
+    if (!catch_quit_signals() || !feed_start(feed, options)) {
+        std::perror("voltaria: watch");
+        return EXIT_FAILURE;
+    }
+    int status = EXIT_SUCCESS;
+    const bool utf8 = utf8_terminal();
+    if (screen_open()) {
+        watch_on_screen(feed, options, utf8);
+        screen_close();
+    } else {
+        status = watch_in_lines(feed);
+    }
+    if (!feed_stop(feed))
+        _exit(status);  // the thread still uses `feed`; standard output is flushed
+    return status;
+}

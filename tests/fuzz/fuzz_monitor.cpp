@@ -1,0 +1,96 @@
+// What an agent, or whoever poses as one, may send to the monitor: the bytes go through the framing in pieces
+// of the size that the first byte says, every status in them through decoder, pages and JSON. Nothing that
+// comes out may carry a control character, be wider than its terminal, or differ when it is encoded again.
+#include "monitor/monitor.h"
+#include "monitor/monitor_json.h"
+#include "monitor/monitor_page.h"
+#include "monitor/monitor_text.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <span>
+#include <string>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
+
+static void require(bool condition)
+{
+    if (!condition)
+        std::abort();
+}
+
+static bool printable(const std::string &text)
+{
+    return std::none_of(text.begin(), text.end(), [](char c) {
+        const auto byte = static_cast<std::uint8_t>(c);
+        return byte < 0x20 || byte == 0x7F;
+    });
+}
+
+static void draw(const UPS_UPSINFO &status)
+{
+    for (const std::string &line : page_status(status, "host:4112"))
+        require(printable(line));
+    require(printable(page_one_line(status)));
+    require(!status_json(status, "host", PORT_TCP).empty());
+    WATCH_VIEW view;
+    view.connected = view.has_status = true;
+    view.status = status;
+    for (const PAGE_SIZE size : {PAGE_SIZE{1, 1}, PAGE_SIZE{40, 24}, PAGE_SIZE{80, 24}}) {
+        const std::vector<PAGE_LINE> page = page_watch(view, size);
+        require(page.size() <= size.rows);
+        for (const PAGE_LINE &line : page)
+            require(text_columns(page_text(line)) <= size.columns && printable(page_text(line)));
+    }
+}
+
+static void take_apart(const MONITOR_PACKET &packet)
+{
+    require(packet.data.size() + PACKET_HEAD_SIZE == packet.head.Length);
+    const std::string text(packet.data.begin(), packet.data.end());
+    require(printable(text_safe(text, TEXT_CODE::ShiftJis)) && printable(text_safe(text, TEXT_CODE::Euc)));
+    VTOSINFO info{};
+    if (monitor_decode_osinfo(packet.data, info))
+        require(std::ranges::equal(monitor_encode_osinfo(info), packet.data));
+    UPS_UPSINFO status{};
+    if (!monitor_decode_upsinfo(packet.data, status))
+        return;
+    require(std::ranges::equal(monitor_encode_upsinfo(status), packet.data));
+    draw(status);
+}
+
+// False when the stream is no stream of packets.
+static bool take_packets(MONITOR_STREAM &stream)
+{
+    MONITOR_PACKET packet;
+    for (;;) {
+        switch (monitor_stream_next(stream, packet)) {
+        case STREAM_STATE::Packet:
+            take_apart(packet);
+            break;
+        case STREAM_STATE::Bad:
+            return false;
+        case STREAM_STATE::NeedMore:
+        case STREAM_STATE::Header:
+            return true;
+        }
+    }
+}
+
+int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    if (size == 0)
+        return 0;
+    const std::size_t piece = std::max<std::size_t>(data[0], 1);
+    std::span<const std::uint8_t> bytes(data + 1, size - 1);
+    MONITOR_STREAM stream;
+    while (!bytes.empty()) {
+        monitor_stream_feed(stream, bytes.first(std::min(piece, bytes.size())));
+        if (!take_packets(stream))
+            break;
+        bytes = bytes.subspan(std::min(piece, bytes.size()));
+    }
+    return 0;
+}
