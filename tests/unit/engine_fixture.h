@@ -1,0 +1,61 @@
+// What the engine's unit tests share: the records an agent hands in, a recording Event_CallBack, a clock that
+// stands where the test puts it, and the fixed files.
+#pragma once
+
+#include "aginfo.h"
+#include "e_a.h"
+#include "e_a_internal.h"
+
+#include <array>
+#include <cstdint>
+#include <ctime>
+#include <gtest/gtest.h>
+#include <map>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <vector>
+
+inline constexpr char CONFIG_PATH[] = "/usr/lib/voltaria/config";
+inline constexpr char LOG_PATH[] = "/usr/lib/voltaria/events.log";
+
+// One call of Event_CallBack without its data: code, arg, value.
+using callback = std::tuple<int, int, int>;
+
+// What Event_CallBack saw and what it answers.
+struct Recorder {
+    std::vector<callback> calls;
+    std::map<int, int> results;  // by code; 0 for the others
+    UPS_TIMEINFO battdate{};     // answer to E_CB_GETBATTIME
+    std::vector<const void *> data;
+};
+extern Recorder recorder;
+
+void set_clock(std::time_t now);
+void set_time_zone(const char *zone);
+void set_host_name(std::string_view name);
+void write_file(const char *path, std::string_view text);
+std::string read_file(const char *path);
+std::string error_text();
+
+// The time of a local date in the zone in force.
+std::time_t local_time(int year, int month, int day, int hour, int minute, int second);
+
+class Engine : public testing::Test
+{
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    /// Event_Action with this test's records.
+    int act(std::int32_t cmd);
+
+    UPS ups{};
+    AGINFO block{};  // only udinfo is looked at
+    UPS_PARAM request{};
+    std::array<UPS_EVENTINFO, EVENT_TABLE_SIZE> events{};
+    std::array<USERSDATA, USER_COUNT> users{};
+    UPS_USERSINFO userinfo{};
+    UPS_EIN_DATA ein{};
+    UPS_EOUT_DATA eout{};
+};
