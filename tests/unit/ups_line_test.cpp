@@ -1,0 +1,370 @@
+// The serial line against a scripted unit: settings, search, reply reading, noise and vanished adapters.
+#include "ups_unit.h"
+
+#include <chrono>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+class UpsLine : public UpsTest
+{
+};
+
+static std::string reply_to(AGENT &record, const std::string &command, int max)
+{
+    UPSREPLY reply{};
+    ups_query(&record, command, max, reply);
+    return std::string(ups_replytext(reply));
+}
+
+// Waits until the terminal side holds input.
+static void await_input()
+{
+    ASSERT_EQ(ups_waitfd(upschan.comfd, false, 5000000), 1);
+}
+
+static double seconds_of(const std::function<void()> &action)
+{
+    const auto start = std::chrono::steady_clock::now();
+    action();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// ---- settings
+
+TEST_F(UpsLine, IsSetTo2400BaudRawWithBothFlowControls)
+{
+    Unit unit("/dev/ttyS0");
+    connect("ZR900PL");
+    termios line{};
+    ASSERT_EQ(tcgetattr(upschan.comfd, &line), 0);
+    EXPECT_EQ(cfgetispeed(&line), static_cast<speed_t>(B2400));
+    EXPECT_EQ(cfgetospeed(&line), static_cast<speed_t>(B2400));
+    EXPECT_EQ(line.c_cflag & (CSIZE | PARENB | CSTOPB | CLOCAL), static_cast<tcflag_t>(CS8 | CLOCAL));
+    EXPECT_EQ(line.c_iflag & (ISTRIP | IGNCR | ICRNL | IXON | IXOFF),
+              static_cast<tcflag_t>(ICRNL | IXON | IXOFF));
+    EXPECT_EQ(line.c_oflag & (ONLCR | ONOCR), 0U);
+    EXPECT_EQ(line.c_lflag & (ICANON | ECHO | FLUSHO), static_cast<tcflag_t>(FLUSHO));
+    EXPECT_EQ(line.c_cc[VMIN], 1);
+    EXPECT_EQ(line.c_cc[VTIME], 10);
+}
+
+TEST_F(UpsLine, DescriptorBlocksAndIsClosedOnExec)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr900pl(unit);
+    connect("ZR900PL");
+    EXPECT_EQ(fcntl(upschan.comfd, F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_EQ(fcntl(upschan.comfd, F_GETFD), FD_CLOEXEC);
+    EXPECT_EQ(reply_to(record, "Bl ?\r", BATTCAP_MAX), "098\n");
+    EXPECT_EQ(fcntl(upschan.comfd, F_GETFL) & O_NONBLOCK, 0);
+}
+
+TEST_F(UpsLine, FailedStepNamesThePort)
+{
+    upschan.comtry = 2;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(ups_cominit(), -1);
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_NE(said.find("/dev/ttyS2"), std::string::npos) << said;
+    EXPECT_NE(said.find("Bad file descriptor"), std::string::npos) << said;
+}
+
+TEST_F(UpsLine, FileThatIsNoTerminalReportsItsSettings)
+{
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    upschan.comfd = ends[0];
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(ups_cominit(), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "ups_cominit: cannot get /dev/ttyS0 settings:: Inappropriate ioctl for device\n");
+    close(ends[1]);
+}
+
+// ---- the search
+
+TEST_F(UpsLine, SearchTakesTheFirstPortThatAnswers)
+{
+    Unit unit("/dev/ttyS2");
+    script_zr900pl(unit);
+    EXPECT_EQ(ups_comsearch(&record), 2);
+    EXPECT_EQ(upschan.comid, 2);
+    EXPECT_GE(upschan.comfd, 0);
+}
+
+TEST_F(UpsLine, SearchPassesAPortThatIsNoTerminal)
+{
+    Unit unit("/dev/ttyS1");
+    script_zr900pl(unit);
+    ASSERT_EQ(symlink("/dev/null", "/dev/ttyS0"), 0);
+    EXPECT_EQ(ups_comsearch(&record), 1);
+    unlink("/dev/ttyS0");
+}
+
+TEST_F(UpsLine, SearchPassesAPortWhoseUnitSpeaksAnotherProtocol)
+{
+    Unit other("/dev/ttyS0");
+    other.answer("", {"NAK\r"});
+    Unit unit("/dev/ttyS1");
+    script_zr900pl(unit);
+    EXPECT_EQ(ups_comsearch(&record), 1);
+    EXPECT_EQ(other.count("Q1"), 4);
+}
+
+TEST_F(UpsLine, SearchOfAnUnknownSelectionRewritesItAndTriesAllPorts)
+{
+    Unit unit("/dev/ttyS3");
+    script_zr900pl(unit);
+    block.ups.up.workparam.ComSet = 7;
+    EXPECT_EQ(ups_comsearch(&record), 3);
+    EXPECT_EQ(block.ups.up.workparam.ComSet, 0);
+    EXPECT_EQ(upschan.old_comset, 0);
+}
+
+TEST_F(UpsLine, SearchOfMinusOneSearchesAllPorts)
+{
+    block.ups.up.workparam.ComSet = -1;
+    EXPECT_EQ(ups_comsearch(&record), -1);
+    EXPECT_EQ(block.ups.up.workparam.ComSet, 0);
+}
+
+TEST_F(UpsLine, FixedSelectionTriesItsPortOnly)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr900pl(unit);
+    block.ups.up.workparam.ComSet = 2;
+    EXPECT_EQ(ups_comsearch(&record), -1);
+    EXPECT_TRUE(unit.commands().empty());
+    block.ups.up.workparam.ComSet = 1;
+    EXPECT_EQ(ups_comsearch(&record), 0);
+}
+
+TEST_F(UpsLine, FixedPortWhoseUnitDoesNotAnswerIsClosed)
+{
+    Unit unit("/dev/ttyS1");
+    unit.answer("", {"NAK\r"});
+    block.ups.up.workparam.ComSet = 2;
+    upschan.comid = 3;
+    EXPECT_EQ(ups_comsearch(&record), -1);
+    EXPECT_EQ(upschan.comid, -1);
+    EXPECT_EQ(upschan.comfd, -1);
+    EXPECT_EQ(unit.count("Q1"), 4);
+}
+
+TEST_F(UpsLine, AutomaticSearchThatFindsNoneGivesThePreviousPort)
+{
+    upschan.comid = 3;
+    EXPECT_EQ(ups_comsearch(&record), 3);
+    EXPECT_EQ(upschan.comfd, -1);
+}
+
+TEST_F(UpsLine, SearchWithoutUpsOpensNothing)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr900pl(unit);
+    block.ups.up.workparam.ComSet = -2;
+    EXPECT_EQ(ups_comsearch(&record), -1);
+    EXPECT_TRUE(unit.commands().empty());
+}
+
+TEST_F(UpsLine, NewSearchClosesThePortOfTheOldOne)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr900pl(unit);
+    ASSERT_EQ(ups_comsearch(&record), 0);
+    const int before = upschan.comfd;
+    ASSERT_EQ(ups_comsearch(&record), 0);
+    EXPECT_EQ(upschan.comfd, before);
+}
+
+TEST_F(UpsLine, SearchReadsTheModel)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr900pl(unit);
+    EXPECT_EQ(ups_comsearch_model(&record), 7);
+    EXPECT_STREQ(upschan.ups_model_s.data(), "ZR900PL");
+    EXPECT_EQ(model(), "");
+}
+
+TEST_F(UpsLine, SearchTriesTheModelTwice)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr900pl(unit);
+    unit.answer("Si ?", {"XX\r", "ZR900PL\r"});
+    EXPECT_EQ(ups_comsearch_model(&record), 7);
+    unit.answer("Si ?", {"XX\r", "XX\r", "ZR900PL\r"});
+    EXPECT_EQ(ups_comsearch_model(&record), -1);
+}
+
+// ---- reading
+
+TEST_F(UpsLine, ReplyEndsAtItsNewline)
+{
+    Unit unit("/dev/ttyS0");
+    unit.answer("X", {"abc\rdef\r"});
+    connect("ZR900PL");
+    EXPECT_EQ(reply_to(record, "X\r", 40), "abc\n");
+}
+
+TEST_F(UpsLine, ReplyEndsAtItsMaximum)
+{
+    Unit unit("/dev/ttyS0");
+    unit.answer("X", {"abcdefgh"});
+    connect("ZR900PL");
+    EXPECT_EQ(reply_to(record, "X\r", 4), "abcd");
+}
+
+TEST_F(UpsLine, SilenceEndsAfterThreeWaits)
+{
+    Unit unit("/dev/ttyS0");
+    connect("ZR900PL");
+    UPSREPLY reply{};
+    const double established = seconds_of([&] { EXPECT_EQ(ups_query(&record, "X\r", 4, reply), -1); });
+    EXPECT_GE(established, 1.75);
+    EXPECT_LT(established, 2.8);
+    block.ups.ui.CommStatus = COMM_LOST;
+    const double lost = seconds_of([&] { EXPECT_EQ(ups_query(&record, "X\r", 4, reply), -1); });
+    EXPECT_GE(lost, 2.95);
+}
+
+TEST_F(UpsLine, ReplyWithoutEndIsNoReply)
+{
+    Unit unit("/dev/ttyS0");
+    unit.answer("X", {"abc"});
+    connect("ZR900PL");
+    UPSREPLY reply{};
+    EXPECT_EQ(ups_query(&record, "X\r", 40, reply), -1);
+}
+
+TEST_F(UpsLine, WakeNoticeBeforeAReplyIsDiscarded)
+{
+    Unit unit("/dev/ttyS0");
+    unit.answer("X", {"WAKE\rabc\r"});
+    connect("ZR900PL");
+    EXPECT_EQ(reply_to(record, "X\r", 40), "abc\n");
+}
+
+TEST_F(UpsLine, WakeNoticeFollowedBySilenceYieldsNoBytesAndNoError)
+{
+    Unit unit("/dev/ttyS0");
+    unit.answer("X", {"WAKE\r"});
+    connect("ZR900PL");
+    UPSREPLY reply{};
+    EXPECT_EQ(ups_query(&record, "X\r", 40, reply), 0);
+    EXPECT_EQ(ups_replytext(reply), "");
+}
+
+TEST_F(UpsLine, TwoWakeNoticesYieldNoBytes)
+{
+    Unit unit("/dev/ttyS0");
+    unit.answer("X", {"WAKE\rWAKE up\rabc\r"});
+    connect("ZR900PL");
+    UPSREPLY reply{};
+    EXPECT_EQ(ups_query(&record, "X\r", 40, reply), 0);
+}
+
+TEST_F(UpsLine, WakeNoticeFollowedByAnUnfinishedReplyIsAnError)
+{
+    Unit unit("/dev/ttyS0");
+    unit.answer("X", {"WAKE\rabc"});
+    connect("ZR900PL");
+    UPSREPLY reply{};
+    EXPECT_EQ(ups_query(&record, "X\r", 40, reply), -1);
+}
+
+TEST_F(UpsLine, StatusLineWithoutEndGetsItsNewlineAndTheRestIsDropped)
+{
+    Unit unit("/dev/ttyS0");
+    std::string line = q1_line();
+    line.replace(46, 1, "XYZ\r");
+    unit.answer("Q1", {line});
+    connect("ZR900PL");
+    UPSREPLY reply{};
+    const double took = seconds_of([&] { EXPECT_EQ(ups_query(&record, "Q1\r", Q1_MAX, reply), 47); });
+    EXPECT_GE(took, 0.95);
+    EXPECT_TRUE(q1_wellformed(ups_replytext(reply)));
+    EXPECT_EQ(ups_waitfd(upschan.comfd, false, 0), 0);
+}
+
+TEST_F(UpsLine, OtherReplyOfItsMaximumIsLeftAsItIs)
+{
+    Unit unit("/dev/ttyS0");
+    unit.answer("X", {std::string(60, 'a')});
+    connect("ZR900PL");
+    const double took = seconds_of([&] { EXPECT_EQ(reply_to(record, "X\r", 49), std::string(49, 'a')); });
+    EXPECT_LT(took, 0.9);
+}
+
+TEST_F(UpsLine, InputThatCameUnaskedDoesNotReachTheNextReply)
+{
+    Unit unit("/dev/ttyS0");
+    unit.answer("X", {"abc\r"});
+    connect("ZR900PL");
+    unit.send("noise\r");
+    await_input();
+    EXPECT_EQ(reply_to(record, "X\r", 40), "abc\n");
+}
+
+// ---- reopening, noise, vanished adapters
+
+TEST_F(UpsLine, ReopenWithoutPortLeavesNoneOpen)
+{
+    EXPECT_EQ(ups_reopen(&record), -1);
+    upschan.comid = 1;
+    EXPECT_EQ(ups_reopen(&record), -1);
+    EXPECT_EQ(upschan.comfd, -1);
+}
+
+TEST_F(UpsLine, QueryWithoutPortIsNotSent)
+{
+    UPSREPLY reply{};
+    EXPECT_EQ(ups_query(&record, "X\r", 4, reply), UPSREPLY_NOTSENT);
+    EXPECT_EQ(ups_replytext(reply), "");
+}
+
+TEST_F(UpsLine, StopCharacterInNoiseBlocksTheWriteForASecondOnly)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr900pl(unit);
+    connect("ZR900PL");
+    unit.send("\x13garbage");
+    await_input();
+    UPSREPLY reply{};
+    const double took =
+        seconds_of([&] { EXPECT_EQ(ups_query(&record, "Bl ?\r", 5, reply), UPSREPLY_NOTSENT); });
+    EXPECT_LT(took, 2.0);
+    EXPECT_EQ(ups_reopen(&record), 0);
+    EXPECT_EQ(reply_to(record, "Bl ?\r", BATTCAP_MAX), "098\n");
+}
+
+TEST_F(UpsLine, StopCharacterDoesNotHoldUpTheClosing)
+{
+    Unit unit("/dev/ttyS0");
+    connect("ZR900PL");
+    unit.send("\x13x");
+    await_input();
+    EXPECT_LT(seconds_of([] { ups_closeport(); }), 1.0);
+    connect("ZR900PL");
+    EXPECT_EQ(ups_writetoups("X\r"), 2);
+}
+
+TEST_F(UpsLine, UnpluggedAdapterEndsTheReadAtOnce)
+{
+    Unit unit("/dev/ttyS0");
+    connect("ZR900PL");
+    unit.unplug();
+    std::array<char, 64> buf{};
+    const double took = seconds_of([&] { EXPECT_EQ(ups_readdatafromups(&record, buf.data(), 47), -1); });
+    EXPECT_LT(took, 0.5);
+    EXPECT_EQ(upschan.portdead, 1);
+    UPSREPLY reply{};
+    EXPECT_LT(ups_query(&record, "Q1\r", Q1_MAX, reply), 0);
+}
+
+TEST_F(UpsLine, WaitRefusesDescriptorsBeyondItsLimit)
+{
+    EXPECT_EQ(ups_waitfd(-1, false, 0), -1);
+    EXPECT_EQ(ups_waitfd(UPS_FDLIMIT, false, 0), -1);
+}
