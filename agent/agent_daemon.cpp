@@ -211,16 +211,6 @@ static void accept_clients(AGENT *ag, const WATCHED &watched)
     }
 }
 
-// A datagram counts when it holds a header whose Length is its size, or one less: some peers send a NUL
-// behind.
-static bool acceptable_datagram(ssize_t size)
-{
-    if (size < static_cast<ssize_t>(PACKET_HEAD_SIZE))
-        return false;
-    const auto length = static_cast<std::int64_t>(packet_head().Length);
-    return length == size || length == size - 1;
-}
-
 static void serve_datagram(AGENT *ag, const WATCHED &watched)
 {
     if (!is_ready(watched, ag->agnet.ufd))
@@ -230,7 +220,7 @@ static void serve_datagram(AGENT *ag, const WATCHED &watched)
     socklen_t size = sizeof peer;
     const ssize_t got = recvfrom(ag->agnet.ufd, room.data(), room.size(), MSG_DONTWAIT,
                                  reinterpret_cast<sockaddr *>(&peer), &size);
-    if (!acceptable_datagram(got))
+    if (got < 0 || !net_acceptdatagram(static_cast<std::size_t>(got)))
         return;
     UPS_CLIADDR origin = packet_origin();  // its os and lang stay as the last TCP packet left them
     origin.sockfd = ag->agnet.ufd;
@@ -240,14 +230,6 @@ static void serve_datagram(AGENT *ag, const WATCHED &watched)
     ag->agnet.cnc.sockfd = ag->agnet.ufd;
     ag->agnet.cnc.addr = peer;
     daemon_procnetmsg(ag, 1, 0);
-}
-
-// A monitor must not pose as another agent.
-static void forbid_agent_order()
-{
-    const WIREBYTES data = packet_data();
-    if (packet_head().DataId == DATAID_SHUTDOWN && data.size() >= offsetof(UPS_AGENTDOWNINFO, Agent))
-        wire_put32(data, offsetof(UPS_AGENTDOWNINFO, AgentType), 0);
 }
 
 // One client's part of a turn. -1 when the connection is dead.
@@ -260,7 +242,7 @@ static int serve_client(AGENT *ag, NETCLI *client, const WATCHED &watched)
     int length = 0;
     const int result = net_readpacketfromtcpsocket(&ag->agnet, client, &length);
     if (result > 1) {
-        forbid_agent_order();
+        net_forbidagentorder();
         daemon_procnetmsg(ag, 1, 1);
     }
     return result < 0 ? -1 : 0;

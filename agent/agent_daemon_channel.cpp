@@ -53,7 +53,9 @@ static bool wait_for(int fd, short events, int limit)
 
 [[noreturn]] static void leave(AGENT *ag, const char *text)
 {
+    const int reason = errno;  // the exit status, which the debug file must not replace
     printf1(text);
+    errno = reason;
     net_netexit(ag);
 }
 

@@ -30,8 +30,8 @@ static void io_clear(CLIENTIO &io)
 {
     io.headlen = 0;
     io.split = false;
-    io.body = {};
-    io.out = {};
+    io.body = std::vector<std::uint8_t>();  // with its memory: a slot may have held a megabyte
+    io.out = std::vector<std::uint8_t>();
     io.outsent = 0;
     io.outsince = 0;
 }
@@ -182,7 +182,7 @@ int client_flush(NETCLI *client)
         io.outsince = now;
     }
     if (io.outsent == io.out.size()) {
-        io.out = {};
+        io.out = std::vector<std::uint8_t>();
         io.outsent = 0;
     }
     return sent == 0 && now - io.outsince >= STALL_LIMIT ? -1 : 0;

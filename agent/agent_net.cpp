@@ -23,6 +23,21 @@ bool net_checkisvalidpacket(const UPS_PACKET_HEAD &head)
                                    (id >= 80 && id <= 82) || id == DATAID_INQAGENT);
 }
 
+bool net_acceptdatagram(std::size_t size)
+{
+    if (size < PACKET_HEAD_SIZE)
+        return false;
+    const std::size_t length = packet_head().Length;
+    return length == size || length + 1 == size;
+}
+
+void net_forbidagentorder()
+{
+    const WIREBYTES data = packet_data();
+    if (packet_head().DataId == DATAID_SHUTDOWN && data.size() >= offsetof(UPS_AGENTDOWNINFO, Agent))
+        wire_put32(data, offsetof(UPS_AGENTDOWNINFO, AgentType), 0);
+}
+
 // What one non-blocking read of a socket gave.
 enum class TAKEN { some, nothing, dead };
 
@@ -86,7 +101,10 @@ static void next_packet(CLIENTIO &io)
 {
     io.headlen = 0;
     io.split = false;
-    io.body.clear();
+    if (io.body.capacity() > READ_CHUNK)
+        io.body = std::vector<std::uint8_t>();
+    else
+        io.body.clear();
 }
 
 // Collects data bytes; `wanted` is how many the packet has. -1 dead, 0 more to come, HEADER_COMPLETE whole.

@@ -10,6 +10,13 @@
 /// Whether a TCP packet with this header is valid: Prototype 0 or 1 and a DataId that TCP may carry.
 [[nodiscard]] bool net_checkisvalidpacket(const UPS_PACKET_HEAD &head);
 
+/// Whether the datagram of `size` bytes in the working buffer is a packet: it holds a header whose Length is
+/// the size, or one less, since some peers send a NUL behind.
+[[nodiscard]] bool net_acceptdatagram(std::size_t size);
+
+/// Clears the AgentType of a shutdown order in the working buffer: a monitor must not pose as another agent.
+void net_forbidagentorder();
+
 /// Takes what a readable client has sent, without waiting. Result: -1 the connection is dead and the caller
 /// closes it; 0 nothing to handle now; 1 a byte was ignored; else the packet in the working buffer is whole
 /// and the result is its length plus 28. `outlen` receives the packet length, or 0.

@@ -1,0 +1,3 @@
+# The agent's packets. In a sandbox, because the engine behind them opens the fixed files.
+voltaria_fuzz_target(fuzz_packet_tcp SANDBOX SOURCES fuzz_packet_tcp.cpp LIBS agentlib engine)
+voltaria_fuzz_target(fuzz_packet_udp SANDBOX SOURCES fuzz_packet_udp.cpp LIBS agentlib engine)

@@ -1,0 +1,90 @@
+// A monitor's connection: the input, behind its first byte, is a row of pieces, each a count and that many
+// bytes. Every piece is read as the loop would, and each whole packet is dispatched.
+#include "packet_world.h"
+
+#include <poll.h>
+
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    world_start();
+    return 0;
+}
+
+static bool readable(int fd)
+{
+    pollfd entry{fd, POLLIN, 0};
+    return poll(&entry, 1, 0) > 0;
+}
+
+static void drain(int fd)
+{
+    static std::array<std::uint8_t, 65536> bin;
+    while (recv(fd, bin.data(), bin.size(), MSG_DONTWAIT) > 0)
+        ;
+}
+
+// One look at the connection. Returns whether it lives.
+static bool serve(NETCLI *client)
+{
+    int length = -1;
+    const int result = net_readpacketfromtcpsocket(&agent.agnet, client, &length);
+    if (result > 1) {
+        world_check(result == length + static_cast<int>(sizeof(UPS_CLIADDR)));
+        world_check(packet_head().Length == static_cast<std::uint32_t>(length));
+        world_check(net_checkisvalidpacket(packet_head()));
+        world_check(packet_origin().sockfd == client->sockfd);
+        net_forbidagentorder();
+        daemon_procnetmsg(&agent, 1, 1);
+    } else {
+        world_check(length == 0);
+    }
+    world_sound();
+    return result >= 0;
+}
+
+// Sends one piece and serves until it is used up. Returns whether the connection lives.
+static bool feed(NETCLI *client, int peer, const std::uint8_t *piece, std::size_t size)
+{
+    if (send(peer, piece, size, MSG_DONTWAIT) != static_cast<ssize_t>(size))
+        return false;
+    while (readable(client->sockfd)) {
+        if (!serve(client))
+            return false;
+        drain(peer);
+        if (client_flush(client) == -1)
+            return false;
+    }
+    return true;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    if (size == 0)
+        return 0;
+    world_reset(data[0]);
+    std::array<int, 2> ends;
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) == -1)
+        return 0;
+    clients_register(&agent.agnet, ends[0], sockaddr_in{});
+    NETCLI *client = agent.agnet.clilist;
+    bool lives = true;
+    for (std::size_t at = 1; at < size && lives;) {
+        const std::size_t count = std::min<std::size_t>(data[at], size - at - 1);
+        lives = feed(client, ends[1], data + at + 1, count);
+        at += 1 + count;
+    }
+    if (lives) {
+        shutdown(ends[1], SHUT_WR);
+        for (int i = 0; i < 3 && lives; ++i)
+            lives = serve(client);
+        world_check(!lives);
+    }
+    free_client_sockfd(&agent.agnet, ends[0]);
+    world_check(agent.agnet.clilist == nullptr);
+    close(ends[0]);
+    close(ends[1]);
+    return 0;
+}

@@ -1,0 +1,82 @@
+// What the fuzz targets of the agent's packets share: the agent's record with a shared block in plain memory,
+// whose state the first byte of an input chooses. The engine is behind it and opens the fixed files, so an
+// input is only ever run where the installation directory is a private mount.
+#pragma once
+
+#include "agent.h"
+#include "agent_daemon.h"
+#include "agent_daemon_buffer.h"
+#include "agent_daemon_clients.h"
+#include "agent_net.h"
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+static AGINFO world_block;
+
+static void world_refuse_host()
+{
+    struct stat directory;
+    struct stat parent;
+    if (stat("/usr/lib/voltaria", &directory) == 0 && stat("/usr/lib", &parent) == 0 &&
+        directory.st_dev != parent.st_dev)
+        return;
+    std::fputs("run this in the sandbox: bin/sandbox -- PROGRAM\n", stderr);
+    std::exit(1);
+}
+
+static void world_check(bool holds)
+{
+    if (!holds)
+        std::abort();
+}
+
+// Once: the parts that do not change from input to input.
+static void world_start()
+{
+    world_refuse_host();
+    std::signal(SIGPIPE, SIG_IGN);
+    agent.chna2u = agent.chnu2a = chnpair{{-1, -1}, {-1, -1}};
+    agent.shmid = -1;
+    agent.aip = &world_block;
+    for (USERSDATA &user : agent.us)
+        user.UserID = USER_NONE;
+    agent.agnet.ufd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    daemon_reallocbuf(DAEMON_BUFFER_START);
+}
+
+// Before each input: no port is open, so that no command waits for a UPS process.
+static void world_reset(std::uint8_t choice)
+{
+    static constexpr std::array<std::string_view, 4> MODELS = {"ZR900PL", "ZQ500", "UNKNOWN", "ZR401"};
+    static constexpr std::array<std::int8_t, 4> LINKS = {2, 6, 17, 0};
+    static constexpr std::array<std::uint32_t, 4> TYPES = {5, 1, 0, 4};
+    world_block = AGINFO{};
+    world_block.ups.protocol = 1;
+    world_block.ups.ui.ComId = -1;
+    const std::string_view model = MODELS[choice & 3];
+    std::copy(model.begin(), model.end(), world_block.ups.ui.upsmodel.begin());
+    world_block.ups.ui.CommStatus = LINKS[choice >> 2 & 3];
+    world_block.ups.up.commparam.AgentType = TYPES[choice >> 4 & 3];
+    clients_reset(&agent.agnet);
+}
+
+// What must hold after every packet.
+static void world_sound()
+{
+    world_check(Daemon_BufferLen == Daemon_NetBufLen + sizeof(UPS_CLIADDR));
+    world_check(Daemon_NetBufLen >= DAEMON_BUFFER_START);
+    int listed = 0;
+    for (const NETCLI *client = agent.agnet.clilist; client != nullptr; client = client->next)
+        world_check(client == &net_client_p[static_cast<std::size_t>(listed++)] && client->sockfd >= 0);
+}

@@ -1,0 +1,235 @@
+// The agent process as a whole, in a process of its own: its loop over real sockets, and its ways out. The
+// UPS process is the test's end of the pipes.
+#include "agent_daemon.h"
+#include "agent_fixture.h"
+#include "agent_main.h"
+#include "shared_word.h"
+
+#include <csignal>
+#include <fstream>
+#include <iterator>
+#include <sys/prctl.h>
+#include <sys/shm.h>
+#include <sys/wait.h>
+
+static std::string debug_text()
+{
+    std::ifstream file("/.erra", std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+class Loop : public AgentTest
+{
+  protected:
+    Loop()
+    {
+        unlink("/.erra");
+        std::ofstream{"/usr/lib/voltaria/config"};
+        monitors = listen_udp(4113);
+        attach();
+        agent.chna2u = {make_pipe(), make_pipe()};
+        agent.chnu2a = {make_pipe(), make_pipe()};
+        EXPECT_EQ(init_uport(&agent.agnet, 4114), 0);
+        EXPECT_EQ(init_tport(&agent.agnet, 4112), 0);
+        start();
+    }
+
+    ~Loop() override
+    {
+        if (child > 0) {
+            kill(child, SIGKILL);
+            waitpid(child, nullptr, 0);
+        }
+        shmdt(shared);
+        shmctl(agent.shmid, IPC_RMID, nullptr);
+        init_freeservlist(&agent.agnet);
+        close(agent.agnet.ufd);
+    }
+
+    void attach()
+    {
+        agent.shmid = shmget(IPC_PRIVATE, sizeof(AGINFO), 0600);
+        shared = static_cast<AGINFO *>(shmat(agent.shmid, nullptr, 0));
+        agent.aip = shared;
+        *shared = AGINFO{};
+        shared->ups.ui.ComId = -1;
+        shared->ups.ui.CommStatus = 17;
+        shared->ups.protocol = 1;
+    }
+
+    void start()
+    {
+        child = fork();
+        ASSERT_GE(child, 0);
+        if (child != 0)
+            return;
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        close(agent.chnu2a.actpipe[1]);
+        std::signal(SIGPIPE, SIG_IGN);
+        daemon_doagent(&agent);
+    }
+
+    int monitor()
+    {
+        const int fd = keep(socket(AF_INET, SOCK_STREAM, 0));
+        const sockaddr_in to = ip_address(INADDR_LOOPBACK, 4112);
+        EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr *>(&to), sizeof to), 0);
+        return fd;
+    }
+
+    /// Asks for the status and waits for it.
+    static bool is_served(int fd)
+    {
+        send_all(fd, packet(16));
+        const BYTES answer = receive(fd, 228);
+        return answer.size() == 228 && answer[3] == 64;
+    }
+
+    int ending()
+    {
+        int status = -1;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        child = -1;
+        EXPECT_TRUE(WIFEXITED(status)) << status;
+        return WEXITSTATUS(status);
+    }
+
+    void send_datagram(const BYTES &bytes)
+    {
+        const int fd = keep(socket(AF_INET, SOCK_DGRAM, 0));
+        const sockaddr_in to = ip_address(INADDR_LOOPBACK, 4114);
+        EXPECT_EQ(
+            sendto(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr *>(&to), sizeof to),
+            static_cast<ssize_t>(bytes.size()));
+    }
+
+    AGINFO *shared = nullptr;
+    pid_t child = -1;
+    int monitors = -1;
+};
+
+TEST_F(Loop, AStatusRequestIsAnsweredWith228Bytes)
+{
+    EXPECT_TRUE(is_served(monitor()));
+}
+
+TEST_F(Loop, KeepAliveBytesAreNotAnsweredAndTheConnectionStays)
+{
+    const int fd = monitor();
+    send_all(fd, {0xFF});
+    send_all(fd, {0xFF, 0xFF});
+    EXPECT_TRUE(is_served(fd));
+    EXPECT_FALSE(readable(fd, 0));
+}
+
+TEST_F(Loop, AMonitorThatStallsInMidPacketHoldsNobodyUp)
+{
+    const int stalled = monitor();
+    const BYTES request = packet(17, counting(28));
+    send_all(stalled, {request.begin(), request.begin() + 20});
+    EXPECT_TRUE(is_served(monitor()));
+    send_all(stalled, {request.begin() + 20, request.end()});
+    EXPECT_EQ(receive(stalled, 36).size(), 36U);
+}
+
+TEST_F(Loop, ADeadConnectionIsClosedAndTheNextMonitorIsStillServed)
+{
+    const int first = monitor();
+    const int second = monitor();
+    EXPECT_TRUE(is_served(first));
+    EXPECT_TRUE(is_served(second));
+    send_all(first, header(0x0110, 0, 82, 0x7FFFFFFF));
+    EXPECT_TRUE(readable(first));
+    std::array<char, 8> rest;
+    EXPECT_EQ(read(first, rest.data(), rest.size()), 0);
+    EXPECT_TRUE(is_served(second));
+}
+
+TEST_F(Loop, A65thMonitorIsConnectedAndNeverServed)
+{
+    const int first = monitor();
+    EXPECT_TRUE(is_served(first));
+    for (int i = 1; i < 64; ++i)
+        monitor();
+    const int extra = monitor();
+    send_all(extra, packet(16));
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(is_served(first));
+    EXPECT_FALSE(readable(extra, 0));
+}
+
+TEST_F(Loop, DatagramsOfAnySizeDoNotDisturbIt)
+{
+    for (std::size_t size = 0; size < 60; ++size)
+        send_datagram(BYTES(size, static_cast<std::uint8_t>(size)));
+    send_datagram(packet(16));
+    send_datagram(join({packet(17, counting(28)), {0}}));
+    send_datagram(join({packet(18, counting(40)), {0, 0}}));
+    send_datagram(packet(81, counting(40000)));
+    EXPECT_TRUE(is_served(monitor()));
+}
+
+TEST_F(Loop, TheEndOfTheUpsProcessEndsIt)
+{
+    EXPECT_TRUE(is_served(monitor()));
+    shared_store(shared->ups.up.commparam.AgentType, 5);
+    drop(agent.chnu2a.actpipe[1]);
+    ending();
+    EXPECT_NE(debug_text().find("actpipe. daemon_doagent: ups module failed\n"), std::string::npos);
+    EXPECT_NE(debug_text().find("net_netexit called\n"), std::string::npos);
+    EXPECT_EQ(shmctl(agent.shmid, IPC_RMID, nullptr), 0);  // still attached here, removed already
+}
+
+TEST_F(Loop, AToolStopsItWithANegativeWord)
+{
+    const int fd = monitor();
+    EXPECT_TRUE(is_served(fd));
+    shared_store(shared->isagentchg, -1);
+    send_all(fd, {0xFF});  // the word is looked at when something happens
+    ending();
+    EXPECT_NE(debug_text().find("daemon_doagent: receive agentmanage stop command\n"), std::string::npos);
+    EXPECT_EQ(shared->locked, 0);
+    shmid_ds state{};
+    EXPECT_TRUE(shmctl(agent.shmid, IPC_STAT, &state) == -1 || (state.shm_perm.mode & SHM_DEST) != 0);
+}
+
+TEST_F(Loop, AToolsRequestWaitsWhileTheBlockIsLocked)
+{
+    const int fd = monitor();
+    EXPECT_TRUE(is_served(fd));
+    shared_store(shared->locked, 1);
+    shared_store(shared->isagentchg, -1);
+    EXPECT_TRUE(is_served(fd));
+    EXPECT_TRUE(is_served(fd));
+    shared_store(shared->locked, 0);
+    send_all(fd, {0xFF});
+    ending();
+}
+
+TEST_F(Loop, AToolsSettingsEventIsTakenOnce)
+{
+    const int fd = monitor();
+    EXPECT_TRUE(is_served(fd));
+    shared_store(shared->isagentchg, 1);
+    EXPECT_TRUE(is_served(fd));
+    EXPECT_TRUE(is_served(fd));
+    EXPECT_EQ(shared_load(shared->isagentchg), 0);
+    EXPECT_EQ(shared_load(shared->locked), 0);
+}
+
+TEST_F(Loop, GoingMonitorsAreToldThreeTimes)
+{
+    const int fd = monitor();
+    EXPECT_TRUE(is_served(fd));
+    receive(monitors);
+    shared_store(shared->ups.up.commparam.AgentType, 5);
+    shared_store(shared->isagentchg, -1);
+    send_all(fd, {0xFF});
+    ending();
+    const BYTES told = receive(monitors);
+    ASSERT_EQ(told.size(), 300U);
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(told[i * 100 + 3], 240);
+        EXPECT_EQ(told[i * 100 + 8], 1);  // Delete
+    }
+}
