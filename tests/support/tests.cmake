@@ -1,23 +1,64 @@
-# voltaria_unit_test(NAME SOURCES... LIBS...)
-#   A GoogleTest program of unit tests; every test of it is one CTest test.
+# Sanitized programs leave their reports in files, because a daemon that closes its descriptors could not print them;
+# the sandbox looks for the files at the end.
+set(voltaria_sandbox_command ${CMAKE_BINARY_DIR}/bin/sandbox)
+if(VOLTARIA_SANITIZE)
+  list(APPEND voltaria_sandbox_command --sanitizer-logs)
+endif()
+
+# Makes CTest run an executable in a sandbox of its own, with more options for the sandbox if wanted.
+function(voltaria_sandboxed target)
+  set(emulator ${voltaria_sandbox_command} ${ARGN} --)
+  set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR "${emulator}")
+  add_dependencies(${target} sandbox standin)
+endfunction()
+
+# voltaria_unit_test(NAME [SANDBOX] SOURCES... LIBS... [SANDBOX_OPTIONS ...])
+#   A GoogleTest program of unit tests; every test of it is one CTest test. With SANDBOX every test runs in a sandbox:
+#   as root, in a private network, with the fixed directories empty.
 function(voltaria_unit_test name)
-  cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
+  cmake_parse_arguments(arg "SANDBOX" "" "SOURCES;LIBS;SANDBOX_OPTIONS" ${ARGN})
   list(TRANSFORM arg_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/tests/unit/)
   add_executable(${name} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE voltaria_options ${arg_LIBS} GTest::gtest GTest::gmock GTest::gtest_main)
+  if(arg_SANDBOX)
+    voltaria_sandboxed(${name} ${arg_SANDBOX_OPTIONS})
+  endif()
   gtest_discover_tests(${name} TEST_PREFIX "unit." DISCOVERY_TIMEOUT 60 PROPERTIES LABELS unit TIMEOUT 120)
 endfunction()
 
-# voltaria_fuzz_target(NAME SOURCES... LIBS...)
+# voltaria_system_test(NAME SOURCES... LIBS... [SANDBOX_OPTIONS ...])
+#   A GoogleTest program, tests/system/SOURCES, that starts the real programs: every test runs in a sandbox of its own
+#   and has the test bed (support/testbed.h). VOLTARIA_PROGRAMS is the directory of the programs.
+function(voltaria_system_test name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBS;SANDBOX_OPTIONS" ${ARGN})
+  list(TRANSFORM arg_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/tests/system/)
+  add_executable(${name} ${arg_SOURCES})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_compile_definitions(${name} PRIVATE VOLTARIA_PROGRAMS="${CMAKE_BINARY_DIR}/bin")
+  target_link_libraries(${name} PRIVATE voltaria_options testbed ${arg_LIBS} GTest::gtest GTest::gmock
+                        GTest::gtest_main)
+  voltaria_sandboxed(${name} ${arg_SANDBOX_OPTIONS})
+  foreach(program voltariad upssim voltaria voltariactl)
+    if(TARGET ${program})
+      add_dependencies(${name} ${program})
+    endif()
+  endforeach()
+  gtest_discover_tests(${name} TEST_PREFIX "system." DISCOVERY_TIMEOUT 60 PROPERTIES LABELS system TIMEOUT 300)
+endfunction()
+
+# voltaria_fuzz_target(NAME [SANDBOX] SOURCES... LIBS... [SANDBOX_OPTIONS ...])
 #   A parser's fuzz target, tests/fuzz/SOURCES, with its corpus in tests/fuzz/corpus/NAME. Built with libFuzzer when
 #   VOLTARIA_FUZZ is on; otherwise with a main of our own that replays the corpus, which CTest runs.
 function(voltaria_fuzz_target name)
-  cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
+  cmake_parse_arguments(arg "SANDBOX" "" "SOURCES;LIBS;SANDBOX_OPTIONS" ${ARGN})
   list(TRANSFORM arg_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/tests/fuzz/)
   add_executable(${name} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE voltaria_options ${arg_LIBS})
+  if(arg_SANDBOX)
+    voltaria_sandboxed(${name} ${arg_SANDBOX_OPTIONS})
+  endif()
   if(VOLTARIA_FUZZ)
     target_link_options(${name} PRIVATE -fsanitize=fuzzer)
   else()
