@@ -1,3 +1,14 @@
+# Test programs are compiled without optimisation and share one precompiled header: most of a test's compile time is
+# GoogleTest's headers and what its macros expand to, and it runs on the optimised code of the product all the same.
+add_library(voltaria_test_options INTERFACE)
+target_link_libraries(voltaria_test_options INTERFACE voltaria_options GTest::gtest GTest::gmock)
+target_compile_options(voltaria_test_options INTERFACE -O0 -g1)
+file(WRITE ${CMAKE_BINARY_DIR}/tests/precompiled.cpp.in "// Carries the precompiled header.\n")
+configure_file(${CMAKE_BINARY_DIR}/tests/precompiled.cpp.in ${CMAKE_BINARY_DIR}/tests/precompiled.cpp COPYONLY)
+add_library(voltaria_test_headers OBJECT ${CMAKE_BINARY_DIR}/tests/precompiled.cpp)
+target_link_libraries(voltaria_test_headers PRIVATE voltaria_test_options)
+target_precompile_headers(voltaria_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+
 # Sanitized programs leave their reports in files, because a daemon that closes its descriptors could not print them;
 # the sandbox looks for the files at the end.
 set(voltaria_sandbox_command ${CMAKE_BINARY_DIR}/bin/sandbox)
@@ -20,7 +31,8 @@ function(voltaria_unit_test name)
   list(TRANSFORM arg_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/tests/unit/)
   add_executable(${name} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
-  target_link_libraries(${name} PRIVATE voltaria_options ${arg_LIBS} GTest::gtest GTest::gmock GTest::gtest_main)
+  target_link_libraries(${name} PRIVATE voltaria_test_options ${arg_LIBS} GTest::gtest_main)
+  target_precompile_headers(${name} REUSE_FROM voltaria_test_headers)
   if(arg_SANDBOX)
     voltaria_sandboxed(${name} ${arg_SANDBOX_OPTIONS})
   endif()
@@ -36,8 +48,8 @@ function(voltaria_system_test name)
   add_executable(${name} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   target_compile_definitions(${name} PRIVATE VOLTARIA_PROGRAMS="${CMAKE_BINARY_DIR}/bin")
-  target_link_libraries(${name} PRIVATE voltaria_options testbed ${arg_LIBS} GTest::gtest GTest::gmock
-                        GTest::gtest_main)
+  target_link_libraries(${name} PRIVATE voltaria_test_options testbed ${arg_LIBS} GTest::gtest_main)
+  target_precompile_headers(${name} REUSE_FROM voltaria_test_headers)
   voltaria_sandboxed(${name} ${arg_SANDBOX_OPTIONS})
   foreach(program voltariad upssim voltaria voltariactl)
     if(TARGET ${program})

@@ -1,0 +1,49 @@
+// What the system tests share: the programs under test, packets as a monitor sends them, and waiting for the
+// link to a simulated UPS.
+#pragma once
+
+#include "testbed.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace bed
+{
+
+using namespace std::chrono_literals;
+
+inline const std::string VOLTARIAD = VOLTARIA_PROGRAMS "/voltariad";
+inline const std::string UPSSIM = VOLTARIA_PROGRAMS "/upssim";
+inline const std::string VOLTARIA = VOLTARIA_PROGRAMS "/voltaria";
+
+// Long enough for a loaded machine and a sanitized daemon; nothing waits this long when all is well.
+inline constexpr auto PATIENCE = 40s;
+
+/// A packet of the monitor protocol.
+std::string packet(std::uint8_t dataid, std::string_view data = {}, std::uint8_t prototype = 1,
+                   std::uint16_t version = 0x0110);
+
+/// A header that promises `length` bytes in all.
+std::string header(std::uint8_t dataid, std::uint32_t length, std::uint8_t prototype = 1);
+
+std::uint32_t word_at(std::string_view bytes, std::size_t at);
+
+/// Asks for the status over a connection and returns its 220 bytes.
+std::string ask_status(const testbed::TcpClient &client);
+
+/// The status as one new connection is told it.
+UPS_UPSINFO status();
+
+/// Waits until the status that a monitor is told has this CommStatus.
+UPS_UPSINFO wait_for_link(int commstatus, testbed::milliseconds limit = PATIENCE);
+
+/// Waits until the status that a monitor is told satisfies the predicate.
+UPS_UPSINFO wait_for_status(const std::string &what,
+                            const std::function<bool(const UPS_UPSINFO &)> &predicate,
+                            testbed::milliseconds limit = PATIENCE);
+
+std::string model_of(const UPS_UPSINFO &info);
+
+}  // namespace bed
