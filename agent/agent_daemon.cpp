@@ -33,6 +33,8 @@ UPS_EOUT_DATA eout{};
 
 static UPS_USERSINFO loop_users{};  // {0, agent.us}: the users as the engine is handed them each turn
 
+static bool unlock_owed = false;  // this process holds `AGINFO.locked` and has yet to clear it
+
 static constexpr int SELECT_BOUND = 32;       // first argument of select while there are few descriptors
 static constexpr int DOWN_ANNOUNCEMENTS = 3;  // monitors are told this often that the agent ends
 static constexpr std::int32_t AGENTEVENT_SETTINGS = 1;
@@ -81,7 +83,7 @@ void net_netexit(AGENT *ag)
     for (int i = 0; i < DOWN_ANNOUNCEMENTS; ++i)
         net_broadcastdown2monitor(ag);
     daemon_logagentstop(ag);
-    shmdt(ag->aip);
+    shmdt(std::exchange(ag->aip, nullptr));  // the SIGCHLD handler looks into it while it is there
     shmctl(ag->shmid, IPC_RMID, nullptr);
     printf0("net_netexit called\n");
     std::exit(status);
@@ -273,22 +275,30 @@ static void watch_ups_process(AGENT *ag, const WATCHED &watched)
     net_netexit(ag);
 }
 
+// A tool that was stopped or killed with the file lock in its hands keeps the word set, but not the loop.
+static void unlock_block()
+{
+    unlock_owed = !net_tryclearlock();
+}
+
 // What an outside management tool asks for through the shared block.
 static void serve_tools(AGENT *ag)
 {
+    if (unlock_owed)
+        unlock_block();
     const std::int32_t request = shared_load(ag->aip->isagentchg);
-    if (request == 0 || net_trytestandsetlock() != 0)
+    if (request == 0 || unlock_owed || net_trytestandsetlock() != 0)
         return;
     if (request < 0) {
         printf1("daemon_doagent: receive agentmanage stop command\n");
-        net_clearlock();
+        unlock_block();
         net_netexit(ag);
     }
     if (request == 1) {
         shared_store(ag->aip->isagentchg, 0);
         raise_agent_event(ag, AGENTEVENT_SETTINGS);
     }
-    net_clearlock();
+    unlock_block();
 }
 
 static void notice_child(AGENT *ag)

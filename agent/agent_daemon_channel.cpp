@@ -102,8 +102,16 @@ static long switches_of(std::int32_t pid)
     return count;
 }
 
+// Whether the word still has its turn to come: the UPS process is at work on an established link and has not
+// taken it.
+static bool still_to_come(const AGENT *ag)
+{
+    return unexecuted_words(ag) > 0 && shared_load(ag->aip->ups.ui.CommStatus) != COMM_LOST;
+}
+
 // Waits for the answer word. There is no time limit while the link may still answer; nothing comes any more
-// once the port is lost, nor from a process that took the command a minute ago or does not run at all.
+// once the port is lost, nor within reason from a unit that never passes its first queries, from a process
+// that took the command a minute ago, or from one that does not run at all.
 static std::optional<std::uint32_t> await_reply(AGENT *ag)
 {
     std::int64_t alive = monotonic_ms();
@@ -112,7 +120,7 @@ static std::optional<std::uint32_t> await_reply(AGENT *ag)
         if (shared_load(ag->aip->ups.ui.ComId) < 0)
             return std::nullopt;
         if (const long now = switches_of(shared_load(ag->aip->upspid));
-            now != switches && unexecuted_words(ag) > 0) {
+            now != switches && still_to_come(ag)) {
             switches = now;
             alive = monotonic_ms();
         }

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <ctime>
+#include <new>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
@@ -153,6 +154,19 @@ static ssize_t send_some(int sockfd, std::span<const std::uint8_t> bytes)
     return sent;
 }
 
+// Without memory the connection ends: its peer must not take the next answer for the rest of this one.
+static int queue(const NETCLI *client, std::span<const std::uint8_t> bytes)
+{
+    std::vector<std::uint8_t> &out = client_io(client).out;
+    try {
+        out.insert(out.end(), bytes.begin(), bytes.end());
+        return 0;
+    } catch (const std::bad_alloc &) {
+        shutdown(client->sockfd, SHUT_RDWR);
+        return -1;
+    }
+}
+
 int client_send(NETCLI *client, std::span<const std::uint8_t> bytes)
 {
     CLIENTIO &io = client_io(client);
@@ -163,9 +177,7 @@ int client_send(NETCLI *client, std::span<const std::uint8_t> bytes)
             return -1;
         io.outsince = monotonic_ms();
     }
-    const auto rest = bytes.subspan(static_cast<std::size_t>(sent));
-    io.out.insert(io.out.end(), rest.begin(), rest.end());
-    return 0;
+    return queue(client, bytes.subspan(static_cast<std::size_t>(sent)));
 }
 
 int client_flush(NETCLI *client)

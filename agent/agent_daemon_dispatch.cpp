@@ -18,11 +18,13 @@ static int handle_upsinfo(AGENT *ag, int)
     return daemon_ansgetupsinfo(ag);
 }
 
-// The packet that now lies in the buffer is the answer, and it is handed on as if it were a shutdown order,
-// which its length then rules out. Kept as it is.
+// The packet that lies in the buffer afterwards is the answer, and it is handed on as if it were a shutdown
+// order, which its length then rules out. Kept as it is; an inquiry that was refused, of whatever length,
+// goes no further.
 static int handle_osinfo(AGENT *ag, int fromtcp)
 {
-    daemon_recvsendosinfo(ag);
+    if (daemon_recvsendosinfo(ag) == -1)
+        return -1;
     return daemon_shutdownups(ag, fromtcp);
 }
 

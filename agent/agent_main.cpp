@@ -18,6 +18,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 AGENT agent{};
 
@@ -90,8 +91,7 @@ static int daemon_start()
 
 static void detach_segment()
 {
-    shmdt(agent.aip);
-    agent.aip = nullptr;
+    shmdt(std::exchange(agent.aip, nullptr));  // the SIGCHLD handler looks into it while it is there
     shmctl(agent.shmid, IPC_RMID, nullptr);
 }
 

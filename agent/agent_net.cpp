@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <new>
 #include <sys/socket.h>
 
 static constexpr std::uint32_t LENGTH_LIMIT = 1024 * 1024;  // longer packets are refused
@@ -107,6 +108,16 @@ static void next_packet(CLIENTIO &io)
         io.body.clear();
 }
 
+static bool append(std::vector<std::uint8_t> &to, std::span<const std::uint8_t> bytes)
+{
+    try {
+        to.insert(to.end(), bytes.begin(), bytes.end());
+        return true;
+    } catch (const std::bad_alloc &) {
+        return false;
+    }
+}
+
 // Collects data bytes; `wanted` is how many the packet has. -1 dead, 0 more to come, HEADER_COMPLETE whole.
 static int take_body(const NETCLI *client, CLIENTIO &io, std::size_t wanted)
 {
@@ -115,9 +126,8 @@ static int take_body(const NETCLI *client, CLIENTIO &io, std::size_t wanted)
         std::size_t count = 0;
         const std::size_t room = std::min(wanted - io.body.size(), chunk.size());
         const TAKEN taken = take(client->sockfd, std::span(chunk).first(room), count);
-        if (taken == TAKEN::dead)
+        if (taken == TAKEN::dead || !append(io.body, std::span(chunk).first(count)))
             return -1;
-        io.body.insert(io.body.end(), chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(count));
     }
     return io.body.size() == wanted ? HEADER_COMPLETE : 0;
 }

@@ -94,7 +94,7 @@ static bool send_over(int sockfd, std::span<const std::uint8_t> packet, ifreq re
 int net_sendbrdmsgovereachinterface(int sockfd, std::span<const std::uint8_t> packet, sockaddr_in *addr)
 {
     ifconf list{};
-    const int count = utils_findmultihome(sockfd, &list);
+    const int count = utils_findmultihome(sockfd, &list, "realloc error");
     if (count < 0)
         return -1;
     int at = 0;

@@ -87,22 +87,37 @@ int net_trytestandsetlock()
     return result;
 }
 
+// With the file lock held.
+static void clear_word()
+{
+    if (agent.aip != nullptr)
+        shared_store(agent.aip->locked, 0);
+}
+
 void net_clearlock()
 {
     utils_setatomlock();
-    if (agent.aip != nullptr)
-        shared_store(agent.aip->locked, 0);
+    clear_word();
     releaseatomlock();
 }
 
-int utils_findmultihome(int sockfd, struct ifconf *conf)
+bool net_tryclearlock()
+{
+    if (!utils_tryatomlock())
+        return false;
+    clear_word();
+    releaseatomlock();
+    return true;
+}
+
+int utils_findmultihome(int sockfd, struct ifconf *conf, const char *nomemory)
 {
     std::size_t room = IFREQ_FIRST * sizeof(ifreq);
     conf->ifc_buf = nullptr;
     for (;; room += IFREQ_GROW * sizeof(ifreq)) {
         char *grown = static_cast<char *>(std::realloc(conf->ifc_buf, room));
         if (grown == nullptr) {
-            perror("error in realloc");
+            perror(nomemory);
             std::free(conf->ifc_buf);
             conf->ifc_buf = nullptr;
             return -1;

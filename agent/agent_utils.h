@@ -22,6 +22,10 @@ int net_trytestandsetlock();
 /// Clears `AGINFO.locked`.
 void net_clearlock();
 
+/// The same without waiting for the file lock. Returns whether the word is clear now.
+[[nodiscard]] bool net_tryclearlock();
+
 /// Reads the interface list (SIOCGIFCONF) into a buffer that it allocates in `conf`; the caller frees
-/// `conf->ifc_buf` with free(). Returns the number of records, or -1 with nothing allocated.
-int utils_findmultihome(int sockfd, struct ifconf *conf);
+/// `conf->ifc_buf` with free(). Returns the number of records, or -1 with nothing allocated. `nomemory` is
+/// what a failed allocation is reported as.
+int utils_findmultihome(int sockfd, struct ifconf *conf, const char *nomemory = "error in realloc");

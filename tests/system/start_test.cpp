@@ -211,6 +211,17 @@ TEST(Start, WithOneTcpPortInUseItEnds)
     close(fd);
 }
 
+TEST(Start, WithoutDescriptorsForItsPipesItEndsItsWholeGroup)
+{
+    Daemon daemon(VOLTARIAD);
+    // Console three times, UDP socket, two listeners, two pipes; one is left for the debug file.
+    EXPECT_EQ(testbed::run({"/bin/sh", "-c", "ulimit -n 11; exec " + VOLTARIAD}).status, 0);
+    testbed::wait_until("the reason in the debug file", PATIENCE, [] {
+        return testbed::read_debug().find("agent out, kill everyone\n") != std::string::npos;
+    });
+    daemon.wait_gone(PATIENCE);
+}
+
 TEST(Start, WithoutItsDirectoryItServesOnDefaults)
 {
     umount2("/usr/lib/voltaria", MNT_DETACH);

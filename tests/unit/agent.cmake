@@ -6,5 +6,6 @@ voltaria_unit_test(agent_network SANDBOX SOURCES agent_send_test.cpp agent_annou
 voltaria_unit_test(agent_interfaces SANDBOX SOURCES agent_interfaces_test.cpp
                    LIBS agentlib engine SANDBOX_OPTIONS --interfaces 45)
 voltaria_unit_test(agent_lock SANDBOX SOURCES agent_lock_test.cpp LIBS agentlib engine)
+voltaria_unit_test(agent_memory SANDBOX SOURCES agent_memory_test.cpp LIBS agentlib engine)
 voltaria_unit_test(agent_channel SANDBOX SOURCES agent_channel_test.cpp agent_callback_test.cpp LIBS agentlib engine)
 voltaria_unit_test(agent_requests SANDBOX SOURCES agent_requests_test.cpp agent_loop_test.cpp LIBS agentlib engine)

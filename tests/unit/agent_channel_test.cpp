@@ -188,6 +188,21 @@ TEST_F(Channel, AProcessThatIsBusyWithSomethingElseIsWaitedForWithoutLimit)
     EXPECT_EQ(daemon_sendcmdtoups(&agent, UPSCMD_STATUS), 0);
 }
 
+TEST_F(Channel, AUnitThatNeverPassesItsFirstQueriesIsNotWaitedForLongerThanAMinute)
+{
+    block.upspid = getpid();
+    block.ups.ui.CommStatus = COMM_LOST;
+    std::atomic<bool> over = false;
+    std::jthread clock([&] {
+        while (!over) {
+            clock_shift += 10;
+            usleep(10000);
+        }
+    });
+    EXPECT_EQ(daemon_sendcmdtoups(&agent, UPSCMD_SHUTDOWN), -1);
+    over = true;
+}
+
 TEST_F(Channel, WordsThatNobodyExecutesAreRefusedBeyondALimitButNeverTheShutdown)
 {
     for (int i = 0; i < 17; ++i)

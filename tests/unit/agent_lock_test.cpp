@@ -113,6 +113,19 @@ TEST_F(FileLock, TheWordIsSetOnceUntilItIsCleared)
     EXPECT_FALSE(exists(HELD));
 }
 
+TEST_F(FileLock, TryingToClearTheWordDoesNotWaitForTheFileLock)
+{
+    EXPECT_EQ(net_testandsetlock(), 0);
+    std::ofstream{HELD};
+    EXPECT_FALSE(net_tryclearlock());
+    EXPECT_EQ(block.locked, 1);
+    EXPECT_TRUE(exists(HELD));
+    unlink(HELD);
+    EXPECT_TRUE(net_tryclearlock());
+    EXPECT_EQ(block.locked, 0);
+    EXPECT_FALSE(exists(HELD));
+}
+
 TEST_F(FileLock, WithoutASharedBlockTheLockIsFree)
 {
     agent.aip = nullptr;

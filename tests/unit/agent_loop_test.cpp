@@ -5,11 +5,17 @@
 #include "agent_main.h"
 #include "shared_word.h"
 
+#include <atomic>
+#include <cerrno>
+#include <climits>
 #include <csignal>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/shm.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 
 static std::string debug_text()
@@ -18,11 +24,36 @@ static std::string debug_text()
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-class Loop : public AgentTest
+static void *shared_memory(std::size_t size)
+{
+    return mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+}
+
+// What the test and the agent's process both see.
+struct watched_agent {
+    std::atomic<int> links_left;  // so often the file lock can be taken; then somebody else has it
+    std::atomic<int> block_left;  // on the way out: 1 a pointer to the removed block was left, 0 none
+};
+
+static watched_agent *const watched = new (shared_memory(sizeof(watched_agent))) watched_agent{INT_MAX, -1};
+
+extern "C" int link(const char *from, const char *to) noexcept
+{
+    if (watched->links_left-- > 0)
+        return static_cast<int>(syscall(SYS_link, from, to));
+    watched->links_left = 0;
+    errno = EEXIST;
+    return -1;
+}
+
+// The agent ready to run.
+class Ready : public AgentTest
 {
   protected:
-    Loop()
+    Ready()
     {
+        watched->links_left = INT_MAX;
+        watched->block_left = -1;
         unlink("/.erra");
         std::ofstream{"/usr/lib/voltaria/config"};
         monitors = listen_udp(4113);
@@ -31,10 +62,9 @@ class Loop : public AgentTest
         agent.chnu2a = {make_pipe(), make_pipe()};
         EXPECT_EQ(init_uport(&agent.agnet, 4114), 0);
         EXPECT_EQ(init_tport(&agent.agnet, 4112), 0);
-        start();
     }
 
-    ~Loop() override
+    ~Ready() override
     {
         if (child > 0) {
             kill(child, SIGKILL);
@@ -66,6 +96,7 @@ class Loop : public AgentTest
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         close(agent.chnu2a.actpipe[1]);
         std::signal(SIGPIPE, SIG_IGN);
+        std::atexit([] { watched->block_left = agent.aip != nullptr ? 1 : 0; });
         daemon_doagent(&agent);
     }
 
@@ -106,6 +137,16 @@ class Loop : public AgentTest
     AGINFO *shared = nullptr;
     pid_t child = -1;
     int monitors = -1;
+};
+
+// The agent running.
+class Loop : public Ready
+{
+  protected:
+    Loop()
+    {
+        start();
+    }
 };
 
 TEST_F(Loop, AStatusRequestIsAnsweredWith228Bytes)
@@ -215,6 +256,78 @@ TEST_F(Loop, AToolsSettingsEventIsTakenOnce)
     EXPECT_TRUE(is_served(fd));
     EXPECT_EQ(shared_load(shared->isagentchg), 0);
     EXPECT_EQ(shared_load(shared->locked), 0);
+}
+
+TEST_F(Loop, AFileLockThatIsTakenWhileTheBlockIsLockedHoldsNobodyUp)
+{
+    const int fd = monitor();
+    EXPECT_TRUE(is_served(fd));
+    watched->links_left = 1;  // enough to lock the block, not to unlock it
+    shared_store(shared->isagentchg, 1);
+    ASSERT_TRUE(is_served(fd));
+    ASSERT_TRUE(is_served(fd));
+    EXPECT_EQ(shared_load(shared->isagentchg), 0);
+    EXPECT_EQ(shared_load(shared->locked), 1);
+    watched->links_left = INT_MAX;
+    EXPECT_TRUE(is_served(fd));
+    EXPECT_TRUE(is_served(fd));
+    EXPECT_EQ(shared_load(shared->locked), 0);
+}
+
+TEST_F(Loop, AToolStopsItThoughTheFileLockIsTakenMeanwhile)
+{
+    const int fd = monitor();
+    EXPECT_TRUE(is_served(fd));
+    watched->links_left = 1;
+    shared_store(shared->isagentchg, -1);
+    send_all(fd, {0xFF});
+    EXPECT_TRUE(readable(fd));  // closed
+    if (!HasFailure())
+        ending();
+}
+
+// The SIGCHLD handler may still run then, for a program that some event started.
+TEST_F(Loop, OnItsWayOutNothingPointsAtTheRemovedBlockAnyMore)
+{
+    const int fd = monitor();
+    EXPECT_TRUE(is_served(fd));
+    shared_store(shared->isagentchg, -1);
+    send_all(fd, {0xFF});
+    ending();
+    EXPECT_EQ(watched->block_left, 0);
+}
+
+TEST_F(Loop, WithNobodyConnectedItGoesOnTurning)
+{
+    for (int i = 0; i < 2; ++i) {
+        const std::uint32_t unread = 0x00050001;  // dropped once a turn
+        EXPECT_EQ(write(agent.chna2u.paspipe[1], &unread, sizeof unread), 4);
+        const int step = 100;
+        for (int waited = 0; waited < PATIENCE && bytes_waiting(agent.chna2u.paspipe[0]) > 0; waited += step)
+            poll(nullptr, 0, step);
+        EXPECT_EQ(bytes_waiting(agent.chna2u.paspipe[0]), 0);
+    }
+}
+
+TEST_F(Ready, ASelectThatFailsEndsIt)
+{
+    const int ufd = std::exchange(agent.agnet.ufd, 31);  // below the bound
+    ASSERT_EQ(fcntl(31, F_GETFD), -1);
+    start();
+    ending();
+    agent.agnet.ufd = ufd;
+    EXPECT_NE(debug_text().find("daemon_doagent: select\n"), std::string::npos);
+    EXPECT_NE(debug_text().find("net_netexit called\n"), std::string::npos);
+}
+
+TEST_F(Ready, AListenerThatFailsEndsIt)
+{
+    const int deaf = keep(socket(AF_INET, SOCK_STREAM, 0));  // bound to nothing, not listening
+    EXPECT_GE(dup2(deaf, agent.agnet.tfdlist->tcpfd), 0);
+    start();
+    ending();
+    EXPECT_NE(debug_text().find("daemon_doagent: accept\n"), std::string::npos);
+    EXPECT_NE(debug_text().find("net_netexit called\n"), std::string::npos);
 }
 
 TEST_F(Loop, GoingMonitorsAreToldThreeTimes)
