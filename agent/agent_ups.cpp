@@ -228,6 +228,7 @@ static void first_pass(AGENT *record)
         if (verify_commlost(record) != 0)
             return;
         leave_without_agent(record);
+        ups_keepclock();
     }
     ups_established();
 }

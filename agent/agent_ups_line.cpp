@@ -26,6 +26,7 @@ static constexpr long REPLY_WAIT_LOST = SECOND;  // the same while the line is l
 static constexpr int REPLY_MISSES = 3;           // waits in a row without a byte
 static constexpr long WRITE_WAIT = SECOND;       // bound of one command's wait for room
 static constexpr int SEARCH_TRIES = 4;
+static constexpr int MODEL_TRIES = 2;
 
 // ---- waiting
 
@@ -323,7 +324,8 @@ int ups_comsearch_model(AGENT *record)
 {
     if (ups_comsearch(record) < 0)
         return -1;
-    if (ups_getupsmodel(record, 1) < 0 && ups_getupsmodel(record, 1) < 0)
-        return -1;
-    return static_cast<int>(field_view(upschan.ups_model_s).size());
+    for (int attempt = 0; attempt < MODEL_TRIES; ++attempt)
+        if (ups_getupsmodel(record, 1) >= 0)
+            return static_cast<int>(field_view(upschan.ups_model_s).size());
+    return -1;
 }

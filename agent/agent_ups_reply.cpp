@@ -57,6 +57,13 @@ static std::string_view text_of(std::string_view reply, std::size_t max)
     return reply.substr(0, reply.find('\0'));
 }
 
+// A character like the wanted ones right behind them: noise brought one more, and every value before it may
+// have moved by a place. No unit sent what could be read there.
+static bool is_shifted(std::string_view reply, std::size_t end)
+{
+    return reply.size() > end && is_digit(reply[end]);
+}
+
 // ---- the status line
 
 bool q1_wellformed(std::string_view reply)
@@ -107,6 +114,11 @@ bool reply_iswake(std::string_view reply)
 
 // ---- the model
 
+static bool is_printable(char c)
+{
+    return c > ' ' && c < '\x7f';
+}
+
 static bool known_series(std::string_view name)
 {
     return name.starts_with("ZQ") || name.starts_with("ZM") || name.starts_with("ZR");
@@ -122,8 +134,10 @@ MODELREPLY model_parse(std::string_view reply, std::string_view &name)
     const std::size_t end = text.find(text.starts_with("ZM") ? ' ' : '\n');
     if (end == std::string_view::npos)
         return MODELREPLY::Foreign;
-    name = text.substr(0, end);
-    name = name.substr(0, name.find(' '));
+    const std::string_view found = text.substr(0, std::min(end, text.find(' ')));
+    if (!std::all_of(found.begin(), found.end(), is_printable))
+        return MODELREPLY::Foreign;
+    name = found;
     return MODELREPLY::Read;
 }
 
@@ -134,7 +148,7 @@ MODELREPLY model_parsebracket(std::string_view reply, std::string_view &name)
     if (!text.starts_with("[") || end == std::string_view::npos)
         return MODELREPLY::Unusable;
     const std::string_view found = text.substr(1, end - 1);
-    if (!known_series(found))
+    if (!known_series(found) || !std::all_of(found.begin(), found.end(), is_printable))
         return MODELREPLY::Foreign;
     name = found;
     return MODELREPLY::Read;
@@ -193,7 +207,7 @@ bool capability_parse(std::string_view reply, CAPABILITY &flags, UPSFUNCTION &fu
 
 bool state_wellformed(std::string_view reply)
 {
-    return reply.size() == STATE_MAX && all_binary(reply.substr(0, 8));
+    return reply.size() == STATE_MAX && all_binary(reply.substr(0, 8)) && !is_shifted(reply, 8);
 }
 
 int state_detectionlevel(std::string_view reply)
@@ -205,7 +219,8 @@ int state_detectionlevel(std::string_view reply)
 
 bool freq_parse(std::string_view reply, TENTHS &freq)
 {
-    if (reply.size() < 4 || !all_digits(reply.substr(0, 2)) || reply[2] != '.' || !is_digit(reply[3]))
+    if (reply.size() < 4 || !all_digits(reply.substr(0, 2)) || reply[2] != '.' || !is_digit(reply[3]) ||
+        is_shifted(reply, 4))
         return false;
     freq = tenths(reply.substr(0, 2), reply[3]);
     return true;
@@ -229,7 +244,7 @@ bool battvolt_parse(std::string_view reply, TENTHS &volt)
 
 bool battcap_parse(std::string_view reply, std::int8_t &percent)
 {
-    if (reply.size() < 3 || !all_digits(reply.substr(0, 3)))
+    if (reply.size() < 3 || !all_digits(reply.substr(0, 3)) || is_shifted(reply, 3))
         return false;
     constexpr std::int16_t most = std::numeric_limits<std::int8_t>::max();
     percent = static_cast<std::int8_t>(std::min(number(reply.substr(0, 3)), most));
@@ -238,7 +253,7 @@ bool battcap_parse(std::string_view reply, std::int8_t &percent)
 
 bool battdate_parse(std::string_view reply, UPS_TIMEINFO &date)
 {
-    if (reply.size() < 8 || !all_digits(reply.substr(0, 8)))
+    if (reply.size() < 8 || !all_digits(reply.substr(0, 8)) || is_shifted(reply, 8))
         return false;
     const int year = number(reply.substr(0, 4)) - 1900;
     date.year = year >= 1 && year <= 255 ? static_cast<std::uint8_t>(year) : std::uint8_t{0};

@@ -1,5 +1,6 @@
 // The unit's replies as text: what is a well-formed one and what stands in it. Pure functions on the bytes
-// that the line brought, which may be anything; every reader of the UPS process goes through these.
+// that the line brought, which may be anything; every reader of the UPS process goes through these. A value
+// with one more digit behind it than it has places is refused: it is not the one that the unit sent.
 #pragma once
 
 #include "ups_records.h"

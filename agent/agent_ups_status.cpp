@@ -124,6 +124,7 @@ static void forget_unit()
     upschan.buzzerStep = 0;
     upschan.estab = 0;
     upschan.ups_model_s.fill('\0');
+    upschan.modelknown = 0;  // the next pass has no previous one
     shared_store(ui.BattStatus, BATT_UNKNOWN);
     shared_store(ui.BuzzerCan, 0);
     shared_store(ui.AutoTestCan, 0);

@@ -2,8 +2,13 @@
 #include "ups_unit.h"
 
 #include <chrono>
+#include <cstring>
 #include <fcntl.h>
+#include <fstream>
+#include <iterator>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -101,6 +106,43 @@ TEST_F(UpsLine, SearchPassesAPortThatIsNoTerminal)
     ASSERT_EQ(symlink("/dev/null", "/dev/ttyS0"), 0);
     EXPECT_EQ(ups_comsearch(&record), 1);
     unlink("/dev/ttyS0");
+}
+
+TEST_F(UpsLine, PortThatCannotBeOpenedIsToldAndPassed)
+{
+    unlink("/.erra");
+    sockaddr_un name{};
+    name.sun_family = AF_UNIX;
+    std::strcpy(name.sun_path, "/dev/ttyS0");
+    const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+    ASSERT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&name), sizeof name), 0);
+    Unit unit("/dev/ttyS1");
+    script_zr900pl(unit);
+    EXPECT_EQ(ups_comsearch(&record), 1);
+    std::ifstream said("/.erra");
+    const std::string text(std::istreambuf_iterator<char>(said), {});
+    const std::size_t notice = text.find("OPEN COM\n");
+    ASSERT_NE(notice, std::string::npos) << text;
+    EXPECT_NE(text.find("No such device or address", notice), std::string::npos) << text;
+    unlink("/dev/ttyS0");
+    unlink("/.erra");
+    close(fd);
+}
+
+TEST_F(UpsLine, PortWithoutDescriptorBelowTheLimitIsNotUsed)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr900pl(unit);
+    std::vector<int> taken;
+    while (taken.empty() || taken.back() < UPS_FDLIMIT)
+        taken.push_back(dup(0));
+    EXPECT_EQ(ups_comsearch(&record), -1);
+    EXPECT_EQ(upschan.comfd, -1);
+    EXPECT_EQ(unit.count("Q1"), 0);
+    for (const int fd : taken)
+        close(fd);
+    EXPECT_EQ(ups_comsearch(&record), 0);
+    EXPECT_LT(upschan.comfd, UPS_FDLIMIT);
 }
 
 TEST_F(UpsLine, SearchPassesAPortWhoseUnitSpeaksAnotherProtocol)

@@ -1,6 +1,7 @@
 // The loop of the UPS process turn by turn, its command channel, its clock and its descriptors.
 #include "ups_unit.h"
 
+#include "shared_word.h"
 #include "wp_field.h"
 
 #include <cerrno>
@@ -143,6 +144,19 @@ TEST_F(UpsLoop, UnpluggedUnitIsLostWithoutSpinningAndFoundOnAnotherPort)
     EXPECT_EQ(mask(), 0U);
 }
 
+TEST_F(UpsLoop, UnitOfTheOlderFamilyFoundAgainIsNeverAskedForItsCapabilities)
+{
+    for (int i = 0; i < 2; ++i) {
+        Unit unit("/dev/ttyS0");
+        script_zr401(unit);
+        while (ui().CommStatus != COMM_ESTABLISHED)
+            ups_turn(&record);
+        EXPECT_EQ(ui().ufStatus, 0x8004);
+        EXPECT_EQ(unit.count("CF"), 0);
+        ups_lostcomm(&record);
+    }
+}
+
 TEST_F(UpsLoop, StopCharacterInNoiseDoesNotLoseTheUnit)
 {
     Unit unit("/dev/ttyS0");
@@ -168,6 +182,74 @@ TEST_F(UpsLoop, UnaskedDataIsDiscarded)
     ups_turn(&record);
     EXPECT_EQ(ui().upsdata.InPutINT, 100);
     EXPECT_EQ(ui().upsstat, UPSSTAT_NORMAL);
+}
+
+TEST_F(UpsLoop, FirstPassIsRepeatedUntilOneSucceeds)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr900pl(unit);
+    unit.answer("Lf ?", {"NAK\r", "50.2\r"});
+    unit.answer("Bl ?", {"NAK\r", "098\r"});
+    unit.answer("BRR", {"NAK\r", "20050412\r"});
+    ups_turn(&record);
+    EXPECT_GE(unit.count("CF"), 2);
+    EXPECT_EQ(ui().CommStatus, COMM_ESTABLISHED);
+    EXPECT_EQ(ui().upsdata.BattCap, 98);
+}
+
+TEST_F(UpsLoop, FirstPassEndsWhenNoUpsIsConfigured)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr900pl(unit);
+    unit.answer("BRR", {"NAK\r"});
+    unit.answer("V", {"NAK\r"});
+    unit.answer("Bl ?", {"NAK\r"});
+    std::thread setting([&] {
+        while (unit.count("CF") < 2)
+            std::this_thread::yield();
+        shared_store(block.ups.up.workparam.ComSet, COMSET_NOUPS);
+    });
+    ups_turn(&record);
+    setting.join();
+    EXPECT_EQ(ui().CommStatus, COMM_LOST);
+    ups_turn(&record);
+    EXPECT_EQ(ui().CommStatus, COMM_NOUPS);
+}
+
+TEST_F(UpsLoop, ClockIsKeptWhileTheFirstPassDoesNotSucceed)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr900pl(unit);
+    unit.answer("BRR", {"NAK\r"});
+    unit.answer("V", {"NAK\r"});
+    unit.answer("Bl ?", {"NAK\r"});
+    itimerval during{};
+    std::thread watch([&] {
+        itimerval nearly{};
+        nearly.it_value.tv_sec = 1000;
+        while (unit.count("CF") < 1)
+            std::this_thread::yield();
+        setitimer(ITIMER_REAL, &nearly, nullptr);
+        while (unit.count("CF") < 3)
+            std::this_thread::yield();
+        getitimer(ITIMER_REAL, &during);
+        shared_store(block.ups.up.workparam.ComSet, COMSET_NOUPS);
+    });
+    ups_turn(&record);
+    watch.join();
+    EXPECT_GT(during.it_value.tv_sec, 9999000);
+}
+
+TEST_F(UpsLoop, WaitThatFailsIsToldAndDoesNotSpin)
+{
+    upschan.comfd = open("/dev/null", O_RDWR | O_CLOEXEC);
+    close(record.chna2u.actpipe[0]);
+    record.chna2u.actpipe[0] = UPS_FDLIMIT - 1;  // nothing is open there
+    testing::internal::CaptureStderr();
+    const double took = seconds_of([this] { ups_turn(&record); });
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "ups_doupschan: select: Bad file descriptor\n");
+    EXPECT_GE(took, 0.9);
+    record.chna2u.actpipe[0] = -1;
 }
 
 // ---- commands

@@ -267,3 +267,24 @@ TEST_F(UpsQuery, SilentQueriesReopenThePort)
         EXPECT_EQ(upschan.comfd, -1);
     }
 }
+
+// A notice alone is no reply: measurements leave the port as it is, the others take it for silence.
+TEST_F(UpsQuery, WakeNoticeAloneReopensThePortForSomeQueriesOnly)
+{
+    Unit unit("/dev/ttyS0");
+    unit.answer("", {"WAKE\r"});
+    const std::vector<std::pair<int (*)(AGENT *), bool>> queries{
+        {ups_getbatteryvoltage, true}, {ups_getoutputfreq, false},  {ups_getbattcapacity, false},
+        {ups_getcomplstatus, true},    {ups_getrebootstatus, true}, {ups_getbattchgtime, true},
+    };
+    for (const auto &[query, reopens] : queries) {
+        connect("ZR900PL");
+        upschan.cf = {1, 1, 1, 1, 1, 1, 1};
+        upschan.cmd_BvB8 = 1;
+        ui().ufStatus = UPSFUNCTION_V2 | UPSFUNCTION_BRR;
+        upschan.comid = 1;  // nothing there: reopening leaves no port
+        EXPECT_EQ(query(&record), -1);
+        EXPECT_EQ(upschan.comfd < 0, reopens);
+        ups_closeport();
+    }
+}

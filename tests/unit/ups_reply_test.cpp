@@ -127,6 +127,9 @@ TEST(UpsReplyModel, AnswerToSi)
         {std::string("ZR9\0PL\n", 7), MODELREPLY::Foreign, ""},
         {"XX900PL\n", MODELREPLY::Foreign, ""},
         {"Z\n", MODELREPLY::Foreign, ""},
+        {"ZR9\xb1PL\n", MODELREPLY::Foreign, ""},  // a name is printable text
+        {"ZR900PL\x11\n", MODELREPLY::Foreign, ""},
+        {"ZM300\x7fLT 100V\n", MODELREPLY::Foreign, ""},
         {"\n", MODELREPLY::Foreign, ""},
         {"NAK\n", MODELREPLY::Unusable, ""},
         {"", MODELREPLY::Unusable, ""},
@@ -149,6 +152,7 @@ TEST(UpsReplyModel, AnswerToBracketedSi)
         {"[ZR602012345678 100V", MODELREPLY::Unusable, ""},  // the space lies behind 15 bytes
         {"[AB6020 100V\n", MODELREPLY::Foreign, ""},
         {"[ ZR6020\n", MODELREPLY::Foreign, ""},
+        {"[ZR4\x1bPL 100V]\n", MODELREPLY::Foreign, ""},
         {"NAK\n", MODELREPLY::Unusable, ""},
         {"", MODELREPLY::Unusable, ""},
     };
@@ -265,6 +269,12 @@ TEST(UpsReplyState, NineBytesOfWhichEightAreBits)
     EXPECT_FALSE(state_wellformed(""));
 }
 
+TEST(UpsReplyState, NinthStateCharacterMeansThatNoiseShiftedTheOthers)
+{
+    EXPECT_FALSE(state_wellformed("100000000"));
+    EXPECT_FALSE(state_wellformed("000000001"));
+}
+
 TEST(UpsReplyState, DetectionLevel)
 {
     EXPECT_EQ(state_detectionlevel("00011010\n"), 0);
@@ -282,6 +292,12 @@ TEST(UpsReplyFrequency, TwoDigitsPointDigit)
     EXPECT_EQ(freq.tenth, 2);
     for (const char *bad : {"", "50.", "5.02\n", "50,2\n", "a0.2\n", "50.x\n", "NAK\n"})
         EXPECT_FALSE(freq_parse(bad, freq)) << bad;
+}
+
+TEST(UpsReplyFrequency, FurtherDigitMeansThatNoiseShiftedTheOthers)
+{
+    TENTHS freq{};
+    EXPECT_FALSE(freq_parse("50.92", freq));
 }
 
 TEST(UpsReplyFrequency, OlderFamilyPutsItInBrackets)
@@ -313,6 +329,16 @@ TEST(UpsReplyBattery, CapacityIsThreeDigits)
     EXPECT_EQ(percent, 7);
     for (const char *bad : {"", "10", "10\n", "1 0\n", "NAK\n"})
         EXPECT_FALSE(battcap_parse(bad, percent)) << bad;
+}
+
+TEST(UpsReplyBattery, FurtherDigitMeansThatNoiseShiftedTheOthers)
+{
+    std::int8_t percent = 5;
+    UPS_TIMEINFO date{};
+    EXPECT_FALSE(battcap_parse("0198\n", percent));
+    EXPECT_EQ(percent, 5);
+    EXPECT_FALSE(battdate_parse("200510412\n", date));
+    EXPECT_EQ(date.month, 0);
 }
 
 TEST(UpsReplyBattery, CapacityBeyondItsFieldIsTheMostItHolds)

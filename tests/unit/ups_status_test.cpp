@@ -463,6 +463,30 @@ static void fill(UPS_UPSINFO &ui)
     ui.PreChangeBatt = {105, 4, 12, 0, 0, 0, 0};
 }
 
+static void fill_link()
+{
+    upschan.cf_support = upschan.upsRebootStatusGetV = upschan.beUpsTest = upschan.beBattTest = 1;
+    upschan.bAutoRebootByV2 = upschan.model_changed = upschan.estab = 1;
+    upschan.upsstatus = 1;
+}
+
+static int sum(const CAPABILITY &c)
+{
+    return c.V + c.BTt + c.Six + c.Bv + c.Lfx + c.Blx + c.Sfn;
+}
+
+// What a lost line and a machine without UPS have in common.
+static void expect_link_cleared()
+{
+    EXPECT_EQ(upschan.comfd, -1);
+    EXPECT_EQ(sum(upschan.cf) + sum(upschan.cmd) + upschan.cf_support, 0);
+    EXPECT_EQ(upschan.upsRebootStatusGetV + upschan.bAutoRebootByV2, 0);
+    EXPECT_EQ(upschan.beUpsTest + upschan.beBattTest + upschan.bSendTestCmd, 0);
+    EXPECT_EQ(upschan.model_changed + upschan.buzzerStep + upschan.estab, 0);
+    EXPECT_EQ(upschan.upsstatus, 0U);
+    EXPECT_STREQ(upschan.ups_model_s.data(), "");
+}
+
 static bool all_zero(const UPSDATA &d)
 {
     const UPSDATA zero{};
@@ -477,7 +501,9 @@ TEST_F(UpsStatus, LossClearsWhatIsKnownOfTheUnit)
     mask() = 0xFFFFFFFF;
     upschan.cf = upschan.cmd = {1, 1, 1, 1, 1, 1, 1};
     upschan.cmd_BvB8 = upschan.beTesting = upschan.bSendTestCmd = upschan.buzzerStep = upschan.lasttest = 1;
+    fill_link();
     ups_lostcomm(&record);
+    expect_link_cleared();
     EXPECT_EQ(ui().ComId, -1);
     EXPECT_EQ(ui().CommStatus, 17);
     EXPECT_EQ(ui().BattStatus, 0);
@@ -525,8 +551,15 @@ TEST_F(UpsStatus, NoUpsClearsTheCodesToo)
     connect("ZR900PL");
     fill(ui());
     mask() = 0xFFFFFFFF;
-    upschan.beTesting = 1;
+    upschan.beTesting = upschan.bSendTestCmd = upschan.buzzerStep = upschan.cmd_BvB8 = 1;
+    upschan.cf = upschan.cmd = {1, 1, 1, 1, 1, 1, 1};
+    fill_link();
     ups_comnone(&record);
+    expect_link_cleared();
+    EXPECT_EQ(ui().BuzzerCan, 0);
+    EXPECT_EQ(ui().AutoTestCan, 0);
+    EXPECT_EQ(ui().PreChangeBatt.year, 105);
+    EXPECT_EQ(upschan.cmd_BvB8, 1);
     EXPECT_EQ(ui().ComId, -2);
     EXPECT_EQ(ui().CommStatus, 6);
     EXPECT_EQ(ui().upsstat, 0);
