@@ -175,8 +175,8 @@ int schedule(UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout);
 // e_a_log.cpp
 
 /// Appends one line to the event log and trims it to `linelimit` lines. `eventid` is the event that led to
-/// a shutdown (255: none); a null name is empty. Returns -1 for every append to a file that was not
-/// empty, and on failures; `engine.eventlogfailed` tells a real failure apart.
+/// a shutdown (255: none); a null name is empty, and a name ends at its first newline. Returns -1 for every
+/// append to a file that was not empty, and on failures; `engine.eventlogfailed` tells a real failure apart.
 int eventlog(int id, int linelimit, int eventid, const char *computername);
 
 /// Cuts `file` to its last `line` lines, counting lines as file size over `width`. Returns 0 or -1.

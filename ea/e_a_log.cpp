@@ -5,8 +5,10 @@
 #include "agent_main_message.h"
 #include "e_a_error.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
@@ -66,6 +68,13 @@ static int append_line(int fd, const char *line, std::size_t length, int &failur
     return end != 0;
 }
 
+// Names come from the network: one that holds a newline must not write a second line. The longest name that
+// any caller holds fits.
+static int name_length(const char *name)
+{
+    return static_cast<int>(std::min<std::size_t>(std::strcspn(name, "\n"), 300));
+}
+
 int eventlog(int id, int linelimit, int eventid, const char *computername)
 {
     engine.eventlogfailed = 0;
@@ -75,11 +84,11 @@ int eventlog(int id, int linelimit, int eventid, const char *computername)
         return 0;
     UPS_TIMEINFO now{};
     int failures = gettime(timenow(), &now) != 0;
-    // The longest name that any caller holds fits.
+    const char *name = computername != nullptr ? computername : "";
     std::array<char, 400> line;
-    const int length = std::snprintf(line.data(), line.size(), "%2i/%2i/%4i %2i:%2i:%2i %3i %3i %15.300s\n",
+    const int length = std::snprintf(line.data(), line.size(), "%2i/%2i/%4i %2i:%2i:%2i %3i %3i %15.*s\n",
                                      now.day, now.month, now.year + 1900, now.hour, now.minute, now.second,
-                                     id, eventid, computername != nullptr ? computername : "");
+                                     id, eventid, name_length(name), name);
     const int notfirst = append_line(fd, line.data(), static_cast<std::size_t>(length), failures);
     failures += close(fd) != 0;
     failures += lengthcheck(Evelogfile, linelimit, EVENTLOG_WIDTH) != 0;

@@ -21,7 +21,6 @@ static bool is_letter(char c)
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
-// A minus sign that no number followed must not end up in front of somebody else's number.
 // A minus sign that no number followed must not end up in front of the next number that is stored.
 void logfield_start(const char *line)
 {

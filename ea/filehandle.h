@@ -35,7 +35,8 @@ extern int Dcflags;       // 1 once openfile could open its file
 /// file is opened (created if need be) for this one write. An empty key only creates the section. A section
 /// that does not exist yet gets its header behind the setting: such a setting is found only after it has been
 /// written a second time. The value ends at its first newline. Refused with -1, the file unchanged: a newline
-/// in section or key, a null argument, and a line that would be too long to be read back.
+/// in section or key, a null argument, and a line that would be too long to be read back; but a missing
+/// section has got its header by then.
 int writeparam(const char *section, const char *key, const char *value);
 
 /// Opens the two write streams for a run of writeparam calls; a missing file is created as owner 0, group 1,

@@ -25,8 +25,7 @@ template <typename T> inline void shared_store(T &field, std::type_identity_t<T>
 
 /// Copies a whole record of the shared block word by word, so that none of its fields (each lies within one
 /// aligned 4-byte word) is ever seen half written. Fields may belong to different status passes.
-template <typename T>
-[[nodiscard]] inline T shared_copy(const T &record)
+template <typename T> [[nodiscard]] inline T shared_copy(const T &record)
 {
     static_assert(std::is_trivially_copyable_v<T> && sizeof(T) % 4 == 0 && alignof(T) == 4);
     std::array<std::uint32_t, sizeof(T) / 4> words;

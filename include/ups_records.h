@@ -220,7 +220,7 @@ typedef struct _UPS {
     std::int32_t protocol;   // 1 once the UPS process runs
     std::int32_t isstandby;  // 1: the unit reports itself a standby (line-interactive) unit
     std::uint32_t upsstat;   // event bits, UPSBIT_; distinct from ui.upsstat
-} UPS;
+} UPS, *UPSP;
 static_assert(sizeof(UPS) == 1104);
 static_assert(offsetof(UPS, ui) == 0);
 static_assert(offsetof(UPS, up) == 220);

@@ -124,6 +124,17 @@ TEST_F(EngineEntry, TheSetCommandAnswersWithTheSettingsInForceEvenWhenItFails)
     EXPECT_EQ(ups.up.workparam.BattLife, 60u);
 }
 
+TEST_F(EngineEntry, RefusedSetsOfEventsAndSchedulesAnswerWithWhatIsInForce)
+{
+    events[0].EventID = 999;
+    EXPECT_EQ(act(9), -1);
+    EXPECT_EQ(events[0].EventID, 128);
+    SCHEDULELIST node{};
+    ein.DATA.schlist = eout.DATA.schlist = &node;
+    EXPECT_EQ(act(10), -1);
+    EXPECT_EQ(eout.DATA.schlist, nullptr);
+}
+
 TEST_F(EngineEntry, TheAnswerWordIsTheCallersOwn)
 {
     std::int32_t word = 4711;
@@ -188,6 +199,15 @@ TEST_F(EngineStart, AFailedStartIsNoEventButLoadsTheRest)
     EXPECT_EQ(ups.ui.sftResUPS.Result, 2u);
     EXPECT_FALSE(std::filesystem::exists(LOG_PATH));
     EXPECT_EQ(recorder.calls, (std::vector<callback>{{32768, 0, 0}}));
+}
+
+TEST_F(EngineStart, AStartWhoseLogLineIsLostIsAnnouncedAllTheSame)
+{
+    std::filesystem::create_symlink("/dev/full", LOG_PATH);
+    EXPECT_EQ(act(1), 0);
+    EXPECT_EQ(engine.eventlogfailed, 1);
+    EXPECT_EQ(std::get<0>(recorder.calls.back()), 8192);
+    std::filesystem::remove(LOG_PATH);
 }
 
 TEST_F(EngineStart, AFailedStatusFillFailsTheStart)
@@ -278,15 +298,67 @@ TEST_F(EngineEvents, TheDefaultsRecordAllShutDownForTheirCausesAndTellTheTermina
     EXPECT_EQ(events[EVENT_COUNT].EventID, 0);
 }
 
+// The texts are the keys of the translations, and shown to users: none may change by a letter.
 TEST_F(EngineEvents, TextsAreFoundByTheirNumber)
 {
-    EXPECT_STREQ(eventmsg(128), "UPS Battery Low");
-    EXPECT_STREQ(eventmsg(130), "specified date to turn off UPS is arrived at");
-    EXPECT_STREQ(eventmsg(15), "Enable the Buzzer");
-    EXPECT_STREQ(eventmsg(14), "Disable the Buzzer");
-    EXPECT_STREQ(eventmsg(21), "The Shutdown is Canceled by Users on %s");
-    EXPECT_STREQ(eventmsg(255), "No event");
-    EXPECT_STREQ(eventmsg(53), "Protector shutdown to Agent");
+    const std::array<std::pair<int, const char *>, EVENT_COUNT> texts = {{
+        {128, "UPS Battery Low"},
+        {129, "UPS AC Fail Delay Run out"},
+        {130, "specified date to turn off UPS is arrived at"},
+        {131, "weekly time to turn off UPS is arrived at"},
+        {132, "monthly time to turn off UPS is arrived at"},
+        {133, "Shutdown Time Initiated by Users is arrived at"},
+        {134, "Shut Down Time Initiated by other Agent is arrived at"},
+        {64, "UPS communication Lost"},
+        {65, "UPS Ac fail"},
+        {66, "UPS Battery Disconnect"},
+        {67, "UPS is Bypass"},
+        {68, "UPS Battery is weak"},
+        {69, "UPS SelfTest by User Failed"},
+        {70, "UPS Special Day SelfTest Failed"},
+        {71, "UPS Weekly SelfTest Failed"},
+        {72, "UPS Monthly SelfTest Failed"},
+        {73, "Battery SelfTest Failed"},
+        {74, "System begin specially turn off UPS warning"},
+        {75, "System begin weekly turn off UPS Warning"},
+        {76, "System begin monthly turn off UPS Warning"},
+        {77, "UPS abnormal"},
+        {78, "UPS overload"},
+        {79, "Receive shutdown Command From Users on %s"},
+        {80, "Network Shutdown Triggered by Other Agent"},
+        {0, "UPS AC Restore"},
+        {1, "UPS Communication established"},
+        {2, "SelfTest by User succeeded"},
+        {3, "Special Day Selftest succeeded"},
+        {4, "Weekly SelfTest succeeded"},
+        {5, "Monthly Selftest succeeded"},
+        {6, "UPS Battery Selftest succeeded"},
+        {7, "UPS Agent Start up"},
+        {8, "UPS Agent stop"},
+        {9, "UPS Working SetParameters is changed"},
+        {10, "UPS Schedule Setparameters is changed"},
+        {11, "UPS Smart Event Setparameters is changed"},
+        {12, "Disable UPS Automatic Selftest Timer"},
+        {13, "Enable UPS Automatic Selftest Timer"},
+        {15, "Enable the Buzzer"},
+        {14, "Disable the Buzzer"},
+        {16, "The Battery is Changed"},
+        {17, "Set up to output voltage 100V standard sensitivity"},
+        {18, "Set up to output voltage 100V low sensitivity"},
+        {19, "Set up to output voltage 115V standard sensitivity"},
+        {20, "Set up to output voltage 115V low sensitivity"},
+        {21, "The Shutdown is Canceled by Users on %s"},
+        {22, "System is shutdown"},
+        {255, "No event"},
+        {48, "Protector start"},
+        {49, "Protector stop"},
+        {50, "Protector not find Agent"},
+        {51, "Protector find Agent"},
+        {52, "Protector's parameters is set"},
+        {53, "Protector shutdown to Agent"},
+    }};
+    for (const auto &[id, text] : texts)
+        EXPECT_STREQ(eventmsg(id), text) << id;
     EXPECT_EQ(eventmsg(23), nullptr);
     EXPECT_EQ(eventmsg(-1), nullptr);
 }

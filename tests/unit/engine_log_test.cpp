@@ -1,6 +1,8 @@
 // The event log: its lines byte for byte, its trimming, and the last two events read back from it.
 #include "tests/unit/engine_fixture.h"
+#include "tests/unit/filehandle_fixture.h"
 
+#include "e_a_error.h"
 #include "wp_field.h"
 
 #include <filesystem>
@@ -61,6 +63,24 @@ TEST_F(EngineLog, ALongNameLengthensItsLine)
     EXPECT_EQ(eventlog(7, 200, 255, std::string(260, 'n').c_str()), 0);
     EXPECT_EQ(read_file(LOG_PATH).size(), 44u - 15 + 260);
     EXPECT_EQ(read_file(LOG_PATH).back(), '\n');
+}
+
+TEST_F(EngineLog, ANameEndsAtItsFirstNewline)
+{
+    EXPECT_EQ(eventlog(21, 200, 255, "pc\n 1/ 1/2004"), 0);
+    EXPECT_EQ(read_file(LOG_PATH), " 5/ 3/2004  9: 7: 2  21 255              pc\n");
+    std::filesystem::remove(LOG_PATH);
+    EXPECT_EQ(eventlog(7, 200, 255, "\n\n"), 0);
+    EXPECT_EQ(read_file(LOG_PATH), NAMELESS);
+}
+
+TEST_F(EngineLog, AnErrorIsCutToItsBufferAndReachesNoFile)
+{
+    ea_error(std::string(300, 'e'));
+    EXPECT_EQ(error_text(), std::string(199, 'e'));
+    ea_error("short");
+    EXPECT_EQ(error_text(), "short");
+    EXPECT_FALSE(std::filesystem::exists(Errlogfile));
 }
 
 TEST_F(EngineLog, EveryAppendAfterTheFirstReportsAnErrorThatIsNone)
@@ -208,6 +228,18 @@ TEST_F(LengthCheck, AMissingFileIsAnError)
 {
     EXPECT_EQ(lengthcheck(LOG_PATH, 2, 44), -1);
     EXPECT_EQ(error_text(), "Cannot open file");
+}
+
+TEST_F(LengthCheck, AFileThatCannotBeOpenedTwiceIsLeftAsItIs)
+{
+    write_file(LOG_PATH, line_of(1) + line_of(2));
+    {
+        const FewDescriptors limit(1);
+        EXPECT_EQ(lengthcheck(LOG_PATH, 2, 44), 0) << "within its limit it is opened once";
+        EXPECT_EQ(lengthcheck(LOG_PATH, 1, 44), -1);
+    }
+    EXPECT_EQ(error_text(), "Cannot open file");
+    EXPECT_EQ(read_file(LOG_PATH), line_of(1) + line_of(2));
 }
 
 class LogLine : public EngineLog
@@ -367,6 +399,19 @@ TEST_F(LastTwo, OfThreeAndMoreTheLastTwoAreShown)
         all += line_of(i);
     EXPECT_EQ(load(all), 0);
     EXPECT_EQ(ids(), std::pair(198, 199));
+}
+
+// The search begins 110 bytes before the end and drops the line it falls into.
+TEST_F(LastTwo, ALongLastLineCostsTheOneBeforeIt)
+{
+    const std::string others = line_of(1) + line_of(65);
+    const std::string last = " 5/ 3/2004  9: 7: 2   7 255 ";
+    EXPECT_EQ(load(others + last + std::string(36, 'n') + "\n"), 0);
+    EXPECT_EQ(ids(), std::pair(65, 7));
+    engine = ENGINE{};
+    engine.EVENTLOGENABLED = 1;
+    EXPECT_EQ(load(others + last + std::string(37, 'n') + "\n"), 0);
+    EXPECT_EQ(ids(), std::pair(7, 255));
 }
 
 TEST_F(LastTwo, TheLogIsReadOnce)
