@@ -4,6 +4,7 @@
 #include "monitor_text.h"
 
 #include <algorithm>
+#include <string_view>
 
 // A label and its value. A field that is `whole` takes the full width even on a wide terminal.
 struct FIELD {
@@ -72,6 +73,23 @@ static PAGE_SPAN battery_and_temperature(const UPS_UPSINFO &status)
             TONE::Plain};
 }
 
+// The columns that a paired field has for its value, or on a narrow terminal every field.
+static std::size_t value_columns(std::size_t columns)
+{
+    const std::size_t field = columns >= WIDE_COLUMNS ? (columns - GAP_COLUMNS) / 2 : columns;
+    return field - std::min(field, LABEL_COLUMNS + 1);
+}
+
+// The time without its seconds where the last of them would be cut off.
+static PAGE_SPAN selftest_within(const SELFTESTRESULT &result, std::size_t columns)
+{
+    static constexpr std::size_t seconds = std::string_view(":07").size();
+    PAGE_SPAN span = page_selftest(result);
+    if (span.text.size() > columns && !time_absent(result.timeinfo) && time_valid(result.timeinfo))
+        span.text.resize(span.text.size() - seconds);
+    return span;
+}
+
 static std::string capabilities(const UPS_UPSINFO &status)
 {
     std::string text;
@@ -93,9 +111,10 @@ static void add_event_fields(std::vector<FIELD> &fields, const UPS_EVENTLOGINFO 
     }
 }
 
-static std::vector<FIELD> watch_fields(const UPS_UPSINFO &status, bool wide)
+static std::vector<FIELD> watch_fields(const UPS_UPSINFO &status, std::size_t columns)
 {
     const UPSDATA &data = status.upsdata;
+    const std::size_t room = value_columns(columns);
     std::vector<FIELD> fields{
         {"UPS", page_ups_state(status), 0},
         {"Battery", page_battery_state(status), 0},
@@ -114,14 +133,15 @@ static std::vector<FIELD> watch_fields(const UPS_UPSINFO &status, bool wide)
         {"Batt. from", {date_words(status.PreChangeBatt), TONE::Plain}, 7},
         {"Shutdown", page_shutdown(status), 1},
         {"Restart", {time_words(status.nextboot), TONE::Plain}, 4},
-        {"Batt. test", page_selftest(status.sftResBattery), 6},
-        {"UPS test", page_selftest(status.sftResUPS), 6},
+        {"Batt. test", selftest_within(status.sftResBattery, room), 6},
+        {"UPS test", selftest_within(status.sftResUPS, room), 6},
         {"Buzzer", {words_onoff(status.BuzzerCan) + ", self-test " + words_onoff(status.AutoTestCan)}, 8},
         {"Autostart",
          {words_onoff(status.bAutoReboot) + ", level " + std::to_string(status.iDetectionLvl)},
          8},
     };
     // The record holds the older event first; the newer one is worth more when rows are short.
+    const bool wide = columns >= WIDE_COLUMNS;
     add_event_fields(fields, status.events[1], 5, wide);
     add_event_fields(fields, status.events[0], 6, wide);
     fields.push_back({"Can", {capabilities(status), TONE::Faint}, 9, true});
@@ -204,8 +224,7 @@ std::vector<PAGE_LINE> page_watch(const WATCH_VIEW &view, PAGE_SIZE size)
 {
     std::vector<PAGE_LINE> page{title_line(view, size.columns), connection_line(view, size.columns)};
     if (view.has_status)
-        add_field_lines(page, watch_fields(view.status, size.columns >= WIDE_COLUMNS), size.columns,
-                        !view.connected);
+        add_field_lines(page, watch_fields(view.status, size.columns), size.columns, !view.connected);
     page.push_back(foot_line(view, size.columns));
     drop_to(page, size.rows);
     return page;

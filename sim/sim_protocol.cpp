@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
 
 namespace sim
@@ -145,7 +146,7 @@ static std::string tell_hertz_bracketed(Unit &unit, std::string_view)
 static std::string tell_capacity(Unit &unit, std::string_view)
 {
     const double charge = unit.battery_disconnected ? 0.0 : unit.battery.charge;
-    return formatted("%03d", static_cast<int>(charge * 100.0 + 0.5));
+    return formatted("%03d", static_cast<int>(std::lround(charge * 100.0)));
 }
 
 static std::string tell_battery_date(Unit &unit, std::string_view)

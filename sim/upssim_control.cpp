@@ -60,7 +60,7 @@ std::string control_open(Control &control, const std::string &path)
     remove_stale(path);
     const mode_t mask = ::umask(0077);
     const int bound = ::bind(control.listener, reinterpret_cast<const sockaddr *>(&address), sizeof address);
-    const std::string error = bound == 0 ? std::string() : failed(path);
+    std::string error = bound == 0 ? std::string() : failed(path);
     ::umask(mask);
     if (!error.empty()) {
         close_socket(control.listener);

@@ -162,7 +162,7 @@ static void act_battery(Stage &stage, const testbed::SharedBlock &block)
     see(stage, "voltariad sees the failure", seconds(15), block,
         [&] { return shared_load(block->ups.ui.upsstat) == UPSSTAT_ACFAIL; });
     see(stage, "input reads 0 V", seconds(15), block,
-        [&] { return shared_load(block->ups.ui.upsdata.InPutINT) < 10; });
+        [&] { return shared_load(block->ups.ui.upsdata.InPutINT) == 0; });
 
     open_act(stage, "the battery drains");
     stage.ups.command("rate 30");

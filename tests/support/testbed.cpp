@@ -3,6 +3,7 @@
 
 #include "testbed.h"
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -44,10 +45,16 @@ void wait_until(const std::string &what, milliseconds limit, const std::function
 
 std::optional<std::string> read_file_if_there(const std::string &path)
 {
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd == -1)
         return std::nullopt;
-    return std::string(std::istreambuf_iterator<char>(file), {});
+    std::string text;
+    std::array<char, 65536> part;
+    // A file of /proc whose process ends meanwhile fails to be read on; what was there counts.
+    for (ssize_t got; (got = read(fd, part.data(), part.size())) > 0;)
+        text.append(part.data(), static_cast<std::size_t>(got));
+    close(fd);
+    return text;
 }
 
 std::string read_file(const std::string &path)

@@ -3,8 +3,8 @@
 #include "bed.h"
 
 #include <csignal>
-#include <sstream>
 #include <cstring>
+#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -285,6 +285,19 @@ TEST(MonitorWatchPage, EightyColumnsHoldTwoFieldsSideBySide)
     EXPECT_THAT(page, HasSubstr("2005-03-04 01:05:03  Receive shutdown Command From Users on pc7 (79)"));
 }
 
+TEST(MonitorWatchPage, TheTimeOfASelfTestLosesItsSecondsRatherThanBeingCut)
+{
+    WATCH_VIEW view = sample_view();
+    view.status.sftResBattery.Result = SELFTEST_NONE;
+    for (const std::size_t columns : {40U, 80U, 83U})
+        EXPECT_THAT(watch_page(view, {columns, 24}),
+                    testing::ContainsRegex("no result, 2005-01-01 03:00[ \n]"))
+            << columns;
+    EXPECT_THAT(watch_page(view, {100, 24}), HasSubstr("no result, 2005-01-01 03:00:00"));
+    view.status.sftResBattery.timeinfo = {};
+    EXPECT_THAT(watch_page(view, {20, 24}), HasSubstr("Batt. test no result"));
+}
+
 TEST(MonitorWatchPage, FewRowsKeepTheStateAndDropTheRest)
 {
     const std::string page = watch_page(sample_view(), {40, 5});

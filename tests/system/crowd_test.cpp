@@ -1,0 +1,78 @@
+// A crowd of monitors that ask and never read: the rest is served as if they were not there, and each of them
+// is ended.
+#include "bed.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <sys/socket.h>
+
+using namespace bed;
+using testbed::Daemon;
+using testbed::TcpClient;
+
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+
+// The last of a full table lie beyond the descriptors that the agent watches; they are never read, and so
+// never owed anything.
+constexpr int SURELY_SERVED = 50;
+
+// A monitor that takes as little as its socket can.
+struct DEAF_MONITOR {
+    DEAF_MONITOR()
+    {
+        const int small = 1024;
+        setsockopt(client.fd(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+    }
+
+    /// Asks for as much as the socket takes and notes the end of the connection.
+    void ask(std::string_view requests)
+    {
+        while (!ended) {
+            const ssize_t sent =
+                send(client.fd(), requests.data() + at, requests.size() - at, MSG_DONTWAIT | MSG_NOSIGNAL);
+            if (sent >= 0) {
+                at = (at + static_cast<std::size_t>(sent)) % requests.size();
+                continue;
+            }
+            ended = errno == EPIPE || errno == ECONNRESET;
+            return;
+        }
+    }
+
+    TcpClient client;
+    std::size_t at = 0;  // how far the requests have been sent: the socket may take a part of one
+    bool ended = false;
+};
+
+}  // namespace
+
+TEST(Crowd, SixtyThreeMonitorsThatNeverReadDelayNobodyAndThoseServedAreEnded)
+{
+    Daemon daemon(VOLTARIAD);
+    daemon.start();
+    const TcpClient healthy;
+    (void)ask_status(healthy);
+    std::vector<std::unique_ptr<DEAF_MONITOR>> deaf;
+    for (int i = 0; i < 63; ++i)
+        deaf.push_back(std::make_unique<DEAF_MONITOR>());
+    std::string requests;
+    for (int i = 0; i < 500; ++i)
+        requests += packet(16);
+
+    auto slowest = Clock::duration{};
+    EXPECT_TRUE(testbed::eventually(2 * PATIENCE, [&] {
+        for (const auto &monitor : deaf)
+            monitor->ask(requests);
+        const auto asked = Clock::now();
+        (void)ask_status(healthy);
+        slowest = std::max(slowest, Clock::now() - asked);
+        return std::count_if(deaf.begin(), deaf.end(), [](const auto &monitor) { return monitor->ended; }) >=
+               SURELY_SERVED;
+    }));
+    EXPECT_LT(slowest, 1s);
+    EXPECT_EQ(ask_status(healthy).size(), 220u);
+}
