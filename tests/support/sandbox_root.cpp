@@ -236,10 +236,10 @@ static void write_additions(const std::string &base, const SANDBOX_OPTIONS &opti
 static bool mount_overlay(const std::string &name, const SANDBOX_OPTIONS &options)
 {
     make_directories(UPPER + "/" + name);
-    make_directories("/work/" + name);
+    make_directories("/scratch/" + name);
     make_directories(NEW + "/" + name);
     std::string data =
-        "lowerdir=" + OLD + "/" + name + ",upperdir=" + UPPER + "/" + name + ",workdir=/work/" + name;
+        "lowerdir=" + OLD + "/" + name + ",upperdir=" + UPPER + "/" + name + ",workdir=/scratch/" + name;
     if (options.user_namespace)
         data += ",userxattr";
     return mount("overlay", (NEW + "/" + name).c_str(), "overlay", 0, data.c_str()) == 0;
