@@ -4,13 +4,13 @@
 #include "agent_daemon_channel.h"
 
 #include "agent_daemon.h"
+#include "agent_utils.h"
 #include "agent_utils_output.h"
 #include "shared_word.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <optional>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -29,20 +29,13 @@ static constexpr std::int32_t UPS_MESSAGE_BYTES = 12;
 // The last answer word that nobody read.
 static std::optional<std::uint32_t> unread_reply;
 
-static std::int64_t monotonic_ms()
-{
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
-
 // Whether `fd` becomes ready for `events` (or fails) within `limit` ms.
 static bool wait_for(int fd, short events, int limit)
 {
     pollfd entry{fd, events, 0};
-    const std::int64_t end = monotonic_ms() + limit;
+    const std::int64_t end = utils_monotonicms() + limit;
     for (;;) {
-        const std::int64_t left = end - monotonic_ms();
+        const std::int64_t left = end - utils_monotonicms();
         const int ready = poll(&entry, 1, left > 0 ? static_cast<int>(left) : 0);
         if (ready > 0)
             return true;
@@ -114,7 +107,7 @@ static bool still_to_come(const AGENT *ag)
 // that took the command a minute ago, or from one that does not run at all.
 static std::optional<std::uint32_t> await_reply(AGENT *ag)
 {
-    std::int64_t alive = monotonic_ms();
+    std::int64_t alive = utils_monotonicms();
     long switches = switches_of(shared_load(ag->aip->upspid));
     while (!wait_for(ag->chna2u.paspipe[0], POLLIN, REPLY_STEP)) {
         if (shared_load(ag->aip->ups.ui.ComId) < 0)
@@ -122,9 +115,9 @@ static std::optional<std::uint32_t> await_reply(AGENT *ag)
         if (const long now = switches_of(shared_load(ag->aip->upspid));
             now != switches && still_to_come(ag)) {
             switches = now;
-            alive = monotonic_ms();
+            alive = utils_monotonicms();
         }
-        if (monotonic_ms() - alive >= REPLY_DEAD_LIMIT)
+        if (utils_monotonicms() - alive >= REPLY_DEAD_LIMIT)
             return std::nullopt;
     }
     return read_reply(ag);

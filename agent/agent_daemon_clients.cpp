@@ -2,8 +2,9 @@
 // collecting state moves along when entries shift. Only the agent's loop calls in here.
 #include "agent_daemon_clients.h"
 
+#include "agent_utils.h"
+
 #include <cerrno>
-#include <ctime>
 #include <new>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -19,13 +20,6 @@ static std::array<int, SURPLUS_COUNT> surplus;
 static std::size_t surplus_next = 0;
 
 static constexpr std::int64_t STALL_LIMIT = 5000;  // ms
-
-static std::int64_t monotonic_ms()
-{
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
 
 static void io_clear(CLIENTIO &io)
 {
@@ -175,7 +169,7 @@ int client_send(NETCLI *client, std::span<const std::uint8_t> bytes)
         sent = send_some(client->sockfd, bytes);
         if (sent == -1)
             return -1;
-        io.outsince = monotonic_ms();
+        io.outsince = utils_monotonicms();
     }
     return queue(client, bytes.subspan(static_cast<std::size_t>(sent)));
 }
@@ -188,7 +182,7 @@ int client_flush(NETCLI *client)
     const ssize_t sent = send_some(client->sockfd, std::span(io.out).subspan(io.outsent));
     if (sent == -1)
         return -1;
-    const std::int64_t now = monotonic_ms();
+    const std::int64_t now = utils_monotonicms();
     if (sent > 0) {
         io.outsent += static_cast<std::size_t>(sent);
         io.outsince = now;

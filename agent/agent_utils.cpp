@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/select.h>
@@ -21,6 +22,13 @@ static constexpr int LOCK_RETRY_US = 500;
 
 static constexpr std::size_t IFREQ_FIRST = 30;
 static constexpr std::size_t IFREQ_GROW = 10;
+
+std::int64_t utils_monotonicms()
+{
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
 
 static void make_lock_source()
 {

@@ -1,8 +1,12 @@
-// Helpers of both processes: the file lock that makes the test-and-set of the shared block's `locked`
-// word atomic, and the list of interface addresses.
+// Helpers of both processes: the clock for waits, the file lock that makes the test-and-set of the shared
+// block's `locked` word atomic, and the list of interface addresses.
 #pragma once
 
+#include <cstdint>
 #include <net/if.h>
+
+/// Milliseconds on a clock that nobody sets.
+[[nodiscard]] std::int64_t utils_monotonicms();
 
 /// Takes the file lock; waits for it without limit.
 void utils_setatomlock();
