@@ -13,6 +13,7 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utmp.h>
 
 using STEADY = std::chrono::steady_clock;
 static constexpr std::chrono::seconds PATIENCE{10};
@@ -231,12 +232,18 @@ PTY_RUN::PTY_RUN(const std::vector<std::string> &arguments, int columns, int row
     winsize size{};
     size.ws_col = static_cast<unsigned short>(columns);
     size.ws_row = static_cast<unsigned short>(rows);
-    pid = forkpty(&master, nullptr, nullptr, &size);
+    int slave = -1;
+    EXPECT_EQ(openpty(&master, &slave, nullptr, nullptr, &size), 0);
+    EXPECT_EQ(tcgetattr(slave, &before), 0);
+    pid = fork();
     if (pid == 0) {
+        close(master);
+        login_tty(slave);
         execve(argv[0], argv.data(), envp.data());
         _exit(127);
     }
     EXPECT_GT(pid, 0);
+    close(slave);
 }
 
 PTY_RUN::~PTY_RUN()

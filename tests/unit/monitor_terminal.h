@@ -56,6 +56,7 @@ struct PTY_RUN {
     termios settings() const;
 
     TERMINAL terminal;
+    termios before{};  // the terminal's settings when the program was started
     pid_t pid = -1;
 
   private:

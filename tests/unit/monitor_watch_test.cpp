@@ -76,15 +76,14 @@ TEST(VoltariaWatch, EveryWayOutLeavesTheTerminalAsItWas)
     FAKE_AGENT agent([](int fd) { converse(fd, sample_status); });
     for (const std::string &way : {std::string("q"), std::string("\x03"), std::string("SIGTERM")}) {
         PTY_RUN run(watch_arguments(agent.port), 80, 24);
-        const termios before = run.settings();
         ASSERT_TRUE(run.draw_until(showing("on mains")));
-        EXPECT_NE(run.settings().c_lflag, before.c_lflag) << "the terminal was never taken over";
+        EXPECT_NE(run.settings().c_lflag, run.before.c_lflag) << "the terminal was never taken over";
         if (way == "SIGTERM")
             kill(run.pid, SIGTERM);
         else
             run.type(way);
         EXPECT_EQ(run.wait(), 0) << way;
-        expect_same_settings(before, run.settings());
+        expect_same_settings(run.before, run.settings());
     }
 }
 
