@@ -253,8 +253,7 @@ static int store_settings(UPS_PARAM &req, UPS_PARAM &live, UPS_UPSINFO &info)
         lost += store_setting(setting, req, live);
     derive(live, info);
     if (engine.ACFAIL_off != 0)
-        engine.ACFAIL_off = static_cast<std::int32_t>(static_cast<std::uint32_t>(engine.ACFAIL_off) - before +
-                                                      engine.EXPBLIFE);
+        engine.ACFAIL_off += span(engine.EXPBLIFE) - span(before);
     return lost;
 }
 

@@ -12,9 +12,9 @@ static constexpr std::array<std::string_view, 12> MONTHS = {"Jan", "Feb", "Mar",
 // Room for three decimal ints and their separators.
 using time_text = std::array<char, 40>;
 
-std::int32_t timenow()
+std::time_t timenow()
 {
-    return static_cast<std::int32_t>(std::time(nullptr));
+    return std::time(nullptr);
 }
 
 int montoid(const char *name)
@@ -38,7 +38,7 @@ static std::int8_t digit_pair(const char *text)
 }
 
 // wReserver belongs to the caller and is left alone, except by the all-zero time.
-int gettime(std::int32_t t, UPS_TIMEINFO *timeinfo)
+int gettime(std::time_t t, UPS_TIMEINFO *timeinfo)
 {
     if (t < 0)
         return -1;
@@ -46,8 +46,7 @@ int gettime(std::int32_t t, UPS_TIMEINFO *timeinfo)
         *timeinfo = UPS_TIMEINFO{};
         return 0;
     }
-    const std::time_t seconds = t;
-    const char *text = std::ctime(&seconds);  // "Fri Mar  5 09:07:02 2004\n"
+    const char *text = std::ctime(&t);  // "Fri Mar  5 09:07:02 2004\n"
     if (text == nullptr)
         return -1;
     timeinfo->year = static_cast<std::uint8_t>(std::atoi(text + 19) - 1900);
@@ -85,7 +84,7 @@ static std::tm local(std::time_t t)
     return parts != nullptr ? *parts : std::tm{};
 }
 
-static std::tm local_from_now(std::int32_t offset)
+static std::tm local_from_now(std::time_t offset)
 {
     return local(std::time(nullptr) + offset);
 }
@@ -102,29 +101,29 @@ static const char *clock_text(time_text &text, int hour, int minute, int second)
     return text.data();
 }
 
-int user_year(std::int32_t offset)
+int user_year(std::time_t offset)
 {
     return local_from_now(offset).tm_year + 1900;
 }
 
-int user_month(std::int32_t offset)
+int user_month(std::time_t offset)
 {
     return local_from_now(offset).tm_mon + 1;
 }
 
-int user_day(std::int32_t offset)
+int user_day(std::time_t offset)
 {
     return local_from_now(offset).tm_mday;
 }
 
-const char *user_date(std::int32_t offset)
+const char *user_date(std::time_t offset)
 {
     static time_text text;
     return date_text(text, local_from_now(offset));
 }
 
 // Notices announce a minute, never a second.
-const char *user_time(std::int32_t offset)
+const char *user_time(std::time_t offset)
 {
     static time_text text;
     const std::tm when = local_from_now(offset);
@@ -144,12 +143,12 @@ const char *user_time_real(std::time_t t)
     return clock_text(text, when.tm_hour, when.tm_min, when.tm_sec);
 }
 
-int user_time_m(std::int32_t seconds)
+int user_time_m(std::time_t seconds)
 {
-    return seconds / 60;
+    return static_cast<int>(seconds / 60);
 }
 
-int user_time_s(std::int32_t seconds)
+int user_time_s(std::time_t seconds)
 {
-    return seconds % 60;
+    return static_cast<int>(seconds % 60);
 }

@@ -17,10 +17,13 @@
 #include <vector>
 
 inline constexpr char CONFIG_PATH[] = "/usr/lib/voltaria/config";
+inline constexpr char DATALOG_PATH[] = "/usr/lib/voltaria/data.log";
 inline constexpr char LOG_PATH[] = "/usr/lib/voltaria/events.log";
 
 // One call of Event_CallBack without its data: code, arg, value.
 using callback = std::tuple<int, int, int>;
+
+inline constexpr int BROADCASTDOWN = -1;  // in the list of calls: net_broadcastdown
 
 // What Event_CallBack saw and what it answers.
 struct Recorder {
@@ -28,10 +31,18 @@ struct Recorder {
     std::map<int, int> results;  // by code; 0 for the others
     UPS_TIMEINFO battdate{};     // answer to E_CB_GETBATTIME
     std::vector<const void *> data;
+    std::vector<std::string> english;    // texts for monitors, language 2
+    std::vector<std::string> localised;  // language 1
+    std::vector<std::string> agents;     // "time is up" for other agents
+    std::vector<std::string> plain;      // language 0
 };
 extern Recorder recorder;
 
+/// Sets the wall clock alone, as an administrator does; neither the monotonic clock nor the interval timer
+/// notices.
 void set_clock(std::time_t now);
+/// Lets time pass on every clock.
+void advance(std::time_t seconds);
 void set_time_zone(const char *zone);
 void set_host_name(std::string_view name);
 void write_file(const char *path, std::string_view text);
@@ -50,8 +61,11 @@ class Engine : public testing::Test
     /// Event_Action with this test's records.
     int act(std::int32_t cmd);
 
-    UPS ups{};
-    AGINFO block{};  // only udinfo is looked at
+    /// The ids in the event log, oldest first.
+    static std::vector<int> logged();
+
+    AGINFO block{};
+    UPS &ups = block.ups;
     UPS_PARAM request{};
     std::array<UPS_EVENTINFO, EVENT_TABLE_SIZE> events{};
     std::array<USERSDATA, USER_COUNT> users{};
