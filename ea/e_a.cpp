@@ -2,12 +2,10 @@
 // by the agent process's main thread through Event_Action, once a turn and once for every request.
 #include "e_a.h"
 
-#include "e_a_error.h"
 #include "e_a_internal.h"
 #include "shared_word.h"
 
 #include <algorithm>
-#include <string>
 
 ENGINE engine;
 
@@ -33,6 +31,11 @@ static int initial(UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout)
 static int run_getconfig([[maybe_unused]] UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout)
 {
     return getconfig(eout);
+}
+
+static int run_getevent(UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout)
+{
+    return getevent(eout->DATA.eu.eap, ein, eout);
 }
 
 static int run_getschedule([[maybe_unused]] UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout)
@@ -93,8 +96,7 @@ enum class SAYS { NOTHING, BEFORE, AFTER };
 
 typedef struct _COMMAND {
     std::int32_t cmd;
-    const char *name;
-    int (*run)(UPS_EIN_DATA *, UPS_EOUT_DATA *);  // null: nothing answers this command yet
+    int (*run)(UPS_EIN_DATA *, UPS_EOUT_DATA *);
     SAYS says;
     std::uint32_t datatype;
     bool whiledown;  // also carried out once the machine is on its way down
@@ -103,27 +105,19 @@ typedef struct _COMMAND {
 static constexpr std::uint32_t ALL_SETTINGS = E_UPSTAT | E_UPSCONFIG | E_SCHEDULE | E_EVENTACTION;
 
 static constexpr std::array<COMMAND, 12> COMMANDS = {{
-    {E_CMD_INIT, "init", initial, SAYS::AFTER, ALL_SETTINGS, false},
-    {E_CMD_GETCONFIG, "get configuration", run_getconfig, SAYS::AFTER, E_UPSCONFIG, true},
-    {E_CMD_GETEVENT, "get event settings", nullptr, SAYS::AFTER, E_EVENTACTION, true},
-    {E_CMD_GETSCHEDULE, "get schedules", run_getschedule, SAYS::AFTER, E_SCHEDULE, true},
-    {E_CMD_GETEVENTLOG, "get event log", run_geteventlog, SAYS::BEFORE, E_EVENTLOG, true},
-    {E_CMD_GETDATALOG, "get data log", run_getdatalog, SAYS::BEFORE, E_DATALOG, true},
-    {E_CMD_SETCONFIG, "set configuration", run_setconfig, SAYS::BEFORE, E_NULLEVENT, true},
-    {E_CMD_SETEVENT, "set event settings", run_setevent, SAYS::BEFORE, E_NULLEVENT, true},
-    {E_CMD_SETSCHEDULE, "set schedules", run_setschedule, SAYS::BEFORE, E_NULLEVENT, true},
-    {E_CMD_DOCOMMAND, "command", run_docommand, SAYS::NOTHING, E_NULLEVENT, true},
-    {E_CMD_CHECKSTATUS, "status check", checkupsstatus, SAYS::NOTHING, E_NULLEVENT, true},
-    {E_CMD_AGENTEVENT, "agent event", run_checkagent, SAYS::NOTHING, E_NULLEVENT, false},
+    {E_CMD_INIT, initial, SAYS::AFTER, ALL_SETTINGS, false},
+    {E_CMD_GETCONFIG, run_getconfig, SAYS::AFTER, E_UPSCONFIG, true},
+    {E_CMD_GETEVENT, run_getevent, SAYS::AFTER, E_EVENTACTION, true},
+    {E_CMD_GETSCHEDULE, run_getschedule, SAYS::AFTER, E_SCHEDULE, true},
+    {E_CMD_GETEVENTLOG, run_geteventlog, SAYS::BEFORE, E_EVENTLOG, true},
+    {E_CMD_GETDATALOG, run_getdatalog, SAYS::BEFORE, E_DATALOG, true},
+    {E_CMD_SETCONFIG, run_setconfig, SAYS::BEFORE, E_NULLEVENT, true},
+    {E_CMD_SETEVENT, run_setevent, SAYS::BEFORE, E_NULLEVENT, true},
+    {E_CMD_SETSCHEDULE, run_setschedule, SAYS::BEFORE, E_NULLEVENT, true},
+    {E_CMD_DOCOMMAND, run_docommand, SAYS::NOTHING, E_NULLEVENT, true},
+    {E_CMD_CHECKSTATUS, checkupsstatus, SAYS::NOTHING, E_NULLEVENT, true},
+    {E_CMD_AGENTEVENT, run_checkagent, SAYS::NOTHING, E_NULLEVENT, false},
 }};
-
-static int run(const COMMAND &command, UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout)
-{
-    if (command.run != nullptr)
-        return command.run(ein, eout);
-    ea_error(std::string(command.name) + ": not available");
-    return -1;
-}
 
 // What does not exist, or is refused now, succeeds silently.
 static int dispatch(std::int32_t cmd, UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout)
@@ -134,7 +128,7 @@ static int dispatch(std::int32_t cmd, UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout)
         return 0;
     if (command->says == SAYS::BEFORE)
         eout->datatype = command->datatype;
-    const int result = run(*command, ein, eout);
+    const int result = command->run(ein, eout);
     if (command->says == SAYS::AFTER)
         eout->datatype = command->datatype;
     return result;

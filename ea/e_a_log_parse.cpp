@@ -1,5 +1,5 @@
-// Reading back what the logs hold: a cursor that walks one line of text and hands out its numbers, and
-// the event log's record built from them. Called by e_a_log.cpp.
+// Lines of the logs taken apart: a cursor that walks one line of text and hands out its numbers, and the
+// records built from them. Called by e_a_log_page.cpp.
 #include "e_a_internal.h"
 
 #include "wp_field.h"
@@ -88,6 +88,14 @@ static std::string_view take_name()
     return name;
 }
 
+static int take_clock(UPS_TIMEINFO &timeinfo)
+{
+    int missing = take_field(timeinfo.hour, 0, 23);
+    missing += take_field(timeinfo.minute, 0, 59);
+    missing += take_field(timeinfo.second, 0, 59);
+    return missing;
+}
+
 int evelogtoinfo(const char *line, UPS_EVENTLOGINFO *rec)
 {
     int missing = 0;
@@ -95,12 +103,60 @@ int evelogtoinfo(const char *line, UPS_EVENTLOGINFO *rec)
     missing += take_field(rec->timeinfo.day, 1, 31);
     missing += take_field(rec->timeinfo.month, 1, 31);  // loose on purpose, as logs have always been read
     missing += take_field(rec->timeinfo.year, 1900, 2100, 1900);
-    missing += take_field(rec->timeinfo.hour, 0, 23);
-    missing += take_field(rec->timeinfo.minute, 0, 59);
-    missing += take_field(rec->timeinfo.second, 0, 59);
+    missing += take_clock(rec->timeinfo);
     missing += take_field(rec->EventId, 0, 999);
     missing += take_field(rec->byDownToEvt, 0, 999);
     field_set(rec->AgentName, take_name());
+    logfield_start("");
+    return missing != 0 ? -1 : 0;
+}
+
+static constexpr std::int32_t VALUE_MAX = 300;
+
+template <typename T> static int take_value(T &to)
+{
+    return take_field(to, 0, VALUE_MAX);
+}
+
+// A voltage is kept in a byte, so that 256 V and more come out small.
+static int take_voltage(std::int16_t &to)
+{
+    std::uint8_t low = 0;
+    if (take_value(low) != 0)
+        return 1;
+    to = low;
+    return 0;
+}
+
+// In the order of the line; each step moves the cursor.
+static int take_measurements(UPSDATA &data)
+{
+    int missing = take_voltage(data.InPutINT);
+    missing += take_value(data.InPutREM);
+    missing += take_voltage(data.OutPutINT);
+    missing += take_value(data.OutPutREM);
+    missing += take_value(data.Load);
+    missing += take_value(data.FreqInputINT);
+    missing += take_value(data.FreqInputREM);
+    missing += take_value(data.TempINT);
+    missing += take_value(data.TempREM);
+    missing += take_value(data.BattVolINT);
+    missing += take_value(data.BattVolREM);
+    missing += take_value(data.FreqOutputINT);
+    missing += take_value(data.FreqOutputREM);
+    missing += next_logfield(0, VALUE_MAX, true) == nullptr;
+    return missing;
+}
+
+int datalogtoinfo(const char *line, UPS_DATALOGINFO *rec)
+{
+    int missing = 0;
+    logfield_start(line);
+    missing += take_field(rec->timeinfo.day, 1, 31);
+    missing += take_field(rec->timeinfo.month, 1, 12);
+    missing += take_field(rec->timeinfo.year, 1900, 2100, 1900);
+    missing += take_clock(rec->timeinfo);
+    missing += take_measurements(rec->upsdata);
     logfield_start("");
     return missing != 0 ? -1 : 0;
 }

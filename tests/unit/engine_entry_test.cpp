@@ -33,15 +33,15 @@ TEST_F(EngineEntry, EachCommandSaysWhatItFilled)
     const std::array<std::tuple<int, std::uint32_t, int>, 12> cases = {{
         {1, 15, 0},
         {2, 2, 0},
-        {3, 8, -1},
+        {3, 8, 0},
         {4, 4, 0},
         {5, 16, -1},
         {6, 32, -1},
         {8, 0, 0},
-        {9, 0, -1},
-        {10, 0, -1},
-        {11, UNTOUCHED, -1},
-        {17, UNTOUCHED, -1},
+        {9, 0, 0},
+        {10, 0, 0},
+        {11, UNTOUCHED, 0},
+        {17, UNTOUCHED, 0},
         {18, UNTOUCHED, -1},
     }};
     for (const auto &[cmd, datatype, result] : cases) {
@@ -126,6 +126,8 @@ TEST_F(EngineEntry, TheSetCommandAnswersWithTheSettingsInForceEvenWhenItFails)
 
 TEST_F(EngineEntry, RefusedSetsOfEventsAndSchedulesAnswerWithWhatIsInForce)
 {
+    std::filesystem::remove(CONFIG_PATH);
+    std::filesystem::create_directory(CONFIG_PATH);
     events[0].EventID = 999;
     EXPECT_EQ(act(9), -1);
     EXPECT_EQ(events[0].EventID, 128);

@@ -1,0 +1,127 @@
+// The event settings out of any settings file. Input: a byte, 15 asks for saving as well, which takes
+// hundreds of writes; the rest is the file. Whatever it holds, every event and every slot of a user must come
+// out whole; what has been saved twice must be read back.
+#include "e_a_internal.h"
+
+#include "e_a_event_table.h"
+#include "filehandle.h"
+#include "wp_field.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <sys/stat.h>
+#include <vector>
+
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
+
+static std::array<UPS_EVENTINFO, EVENT_TABLE_SIZE> events;
+static std::array<USERSDATA, USER_COUNT> users;
+static UPS_USERSINFO userinfo;
+static UPS_EIN_DATA ein;
+static UPS_EOUT_DATA eout;
+
+static void require(bool holds, const char *what)
+{
+    if (holds)
+        return;
+    std::fprintf(stderr, "broken: %s\n", what);
+    std::abort();
+}
+
+// The engine's way to the agent; loading and saving have nothing to say to it.
+int Event_CallBack(int, void *, int, int)
+{
+    return 0;
+}
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    struct stat directory, parent;
+    require(stat("/usr/lib/voltaria", &directory) == 0 && stat("/usr/lib", &parent) == 0 &&
+                directory.st_dev != parent.st_dev,
+            "/usr/lib/voltaria must be a private mount: run this in the sandbox");
+    require(std::freopen("/dev/null", "w", stdout) != nullptr, "silencing the store");
+    userinfo.udp = users.data();
+    ein.DATA.eu = eout.DATA.eu = {events.data(), &userinfo};
+    return 0;
+}
+
+static void check_event(const UPS_EVENTINFO &event, const UPS_EVENTINFO &standard)
+{
+    require(event.EventID == standard.EventID && event.Reserved == 0, "which event a row is");
+    require(event.Record == 0 || event.Record == 1, "whether an event is recorded");
+    require(event.Command.back() == '\0', "the end of a command");
+}
+
+static void check_user(const USERSDATA &user)
+{
+    require(user.UserName.back() == '\0' && user.Address.back() == '\0' && user.Email.back() == '\0',
+            "the ends of a user's fields");
+}
+
+static void check_load()
+{
+    std::memset(events.data(), 'x', sizeof events);
+    std::memset(users.data(), 'x', sizeof users);
+    require(getevent(events.data(), &ein, &eout) == 0, "the result of loading");
+    for (std::size_t i = 0; i < EVENT_COUNT; i++)
+        check_event(events[i], DEFAULTEVENTSET[i]);
+    require(userinfo.nusers >= 0 && userinfo.nusers <= 32, "the number of users");
+    std::for_each(users.begin(), users.end(), check_user);
+    for (auto i = static_cast<std::size_t>(userinfo.nusers); i < users.size(); i++)
+        require(users[i].UserID == USER_NONE && users[i].UserName[0] == '\0', "the empty slots");
+}
+
+// A user with the number of an empty slot is not saved.
+static std::vector<std::uint8_t> user_ids()
+{
+    std::vector<std::uint8_t> ids;
+    for (int i = 0; i < userinfo.nusers; i++)
+        if (const std::uint8_t id = users[static_cast<std::size_t>(i)].UserID; id != USER_NONE)
+            ids.push_back(id);
+    return ids;
+}
+
+// A save may be refused, when a line of the file would become too long.
+static void check_save()
+{
+    const auto told = events;
+    const auto ids = user_ids();
+    if (setevent(&ein, &eout) != 0 || setevent(&ein, &eout) != 0)
+        return;
+    check_load();
+    require(std::memcmp(events.data(), told.data(), sizeof DEFAULTEVENTSET) == 0, "the events read back");
+    require(user_ids() == ids, "the users read back");
+}
+
+static void check_items(const std::string &text)
+{
+    std::size_t items = 0;
+    for (std::size_t pos = 0; text.c_str()[pos] != '\0'; items++) {
+        const std::size_t before = pos;
+        const char *item = nextitem(text.c_str(), &pos);
+        require(pos > before && pos <= text.size(), "the walk along a list");
+        require(item == nullptr || std::strpbrk(item, ", ") == nullptr, "an item");
+    }
+    require(items <= text.size(), "the number of items");
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    if (size == 0)
+        return 0;
+    const std::string text(reinterpret_cast<const char *>(data) + 1, size - 1);
+    check_items(text);
+    std::ofstream(CONFIG_FILE, std::ios::binary | std::ios::trunc) << text;
+    check_load();
+    if (data[0] == 15)
+        check_save();
+    return 0;
+}

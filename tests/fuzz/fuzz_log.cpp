@@ -1,0 +1,142 @@
+// The two logs with any content. Input: a byte each for the lines to skip, the lines wanted, the limit and
+// the width of a trim; the rest is the file. Pages must be cut as a reader with a small buffer cuts them,
+// nothing may be made up, and a trim must leave exactly the end of the file.
+#include "e_a_internal.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+#include <vector>
+
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
+
+static void require(bool holds, const char *what)
+{
+    if (holds)
+        return;
+    std::fprintf(stderr, "broken: %s\n", what);
+    std::abort();
+}
+
+// The engine's way to the agent; reading logs has nothing to say to it.
+int Event_CallBack(int, void *, int, int)
+{
+    return 0;
+}
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    struct stat directory, parent;
+    require(stat("/usr/lib/voltaria", &directory) == 0 && stat("/usr/lib", &parent) == 0 &&
+                directory.st_dev != parent.st_dev,
+            "/usr/lib/voltaria must be a private mount: run this in the sandbox");
+    return 0;
+}
+
+// The lines of `text` as a reader meets them who takes `most` bytes at once.
+static std::vector<std::string> pieces_of(std::string_view text, std::size_t most)
+{
+    std::vector<std::string> pieces;
+    while (!text.empty()) {
+        const std::size_t size = std::min({text.find('\n'), most - 1, text.size() - 1}) + 1;
+        pieces.emplace_back(text.substr(0, size));
+        text.remove_prefix(size);
+    }
+    return pieces;
+}
+
+static void write_log(const char *path, std::string_view text)
+{
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+}
+
+static std::string read_log(const char *path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+template <typename T>
+static void require_records(const std::vector<std::string> &pieces, std::size_t first, std::size_t count,
+                            const T *array, std::int32_t rnum, int (*parse)(const char *, T *))
+{
+    require(rnum == static_cast<std::int32_t>(count) && (array != nullptr) == (count != 0),
+            "the number of records");
+    for (std::size_t i = 0; i < count; i++) {
+        T record{};
+        parse(pieces[first + i].c_str(), &record);
+        require(std::memcmp(&record, &array[i], sizeof record) == 0, "a record");
+    }
+    delete[] array;
+}
+
+static void check_eventpage(std::string_view text, const LOGRANGE &range)
+{
+    const auto pieces = pieces_of(text, 79);
+    EVENTLOGARRAY out{};
+    const int result = geteventlog(&range, &out);
+    const std::size_t first = static_cast<std::size_t>(std::max(range.firstline, 0));
+    const bool served = range.counts >= 0 && first <= pieces.size();
+    require(result == (served ? 0 : -1), "the result of an event page");
+    const std::size_t count =
+        served ? std::min(static_cast<std::size_t>(range.counts), pieces.size() - first) : 0;
+    require_records(pieces, first, count, out.eventlogarray, out.rnum, evelogtoinfo);
+}
+
+static void check_datapage(std::string_view text, const LOGRANGE &range)
+{
+    const auto pieces = pieces_of(text, 89);
+    DATALOGARRAY out{};
+    const int result = getdatalog(&range, &out);
+    const bool served = range.counts >= 0 && range.firstline <= 0;
+    require(result == (served ? 0 : -1), "the result of a data page");
+    const std::size_t count = served ? std::min(static_cast<std::size_t>(range.counts), pieces.size()) : 0;
+    require_records(pieces, pieces.size() - count, count, out.datalogarray, out.rnum, datalogtoinfo);
+}
+
+static void check_trim(const char *path, const std::string &text, int limit, int width)
+{
+    const auto pieces = pieces_of(text, 79);
+    const auto surplus = static_cast<std::ptrdiff_t>(text.size()) / width - limit;
+    std::size_t cut = 0;
+    for (std::ptrdiff_t i = 0; i < surplus && i < static_cast<std::ptrdiff_t>(pieces.size()); i++)
+        cut += pieces[static_cast<std::size_t>(i)].size();
+    require(lengthcheck(path, limit, width) == 0, "the result of a trim");
+    require(read_log(path) == text.substr(cut), "what a trim leaves");
+}
+
+static void check_lasttwo()
+{
+    engine = ENGINE{};
+    engine.EVENTLOGENABLED = 1;
+    std::array<UPS_EVENTLOGINFO, 2> out{};
+    require(getlasttwoevents(out) == 0, "the last two events");
+    for (const UPS_EVENTLOGINFO &event : out)
+        require(event.AgentName.back() == '\0', "the end of a name");
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    if (size < 4)
+        return 0;
+    const std::string text(reinterpret_cast<const char *>(data) + 4, size - 4);
+    write_log(Evelogfile, text);
+    write_log(Datalogfile, text);
+    const LOGRANGE range = {static_cast<std::int8_t>(data[0]),
+                            data[1] == 255 ? INT32_MAX : static_cast<std::int8_t>(data[1])};
+    check_eventpage(text, range);
+    check_datapage(text, range);
+    check_lasttwo();
+    check_trim(Evelogfile, text, static_cast<std::int8_t>(data[2]), data[3] % 64 + 1);
+    check_trim(Datalogfile, text, static_cast<std::int8_t>(data[2]), DATALOG_WIDTH);
+    return 0;
+}
