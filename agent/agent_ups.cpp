@@ -114,10 +114,19 @@ std::uint32_t ups_getmask()
     return upschan.maskheld == 1 ? upschan.heldmask : shared_load(*upschan.u_status);
 }
 
+// The mask is the last value of a reply to be stored, so an agent that is woken by it finds all the others.
+static void publish_mask(std::uint32_t mask)
+{
+    const std::uint32_t before = shared_load(*upschan.u_status);
+    shared_store(*upschan.u_status, mask);
+    if (mask != before)
+        ups_wakeagent();
+}
+
 void ups_setmask(std::uint32_t mask)
 {
     if (shared_load(upschan.aip->ups.ui.CommStatus) == COMM_ESTABLISHED) {
-        shared_store(*upschan.u_status, mask);
+        publish_mask(mask);
         return;
     }
     upschan.heldmask = mask;
@@ -128,7 +137,7 @@ void ups_established()
 {
     shared_store(upschan.aip->ups.ui.CommStatus, COMM_ESTABLISHED);
     if (upschan.maskheld == 1)
-        shared_store(*upschan.u_status, upschan.heldmask);
+        publish_mask(upschan.heldmask);
     upschan.maskheld = 0;
 }
 
@@ -321,6 +330,7 @@ void ups_turn(AGENT *record)
         std::exit(reason);
     }
     ups_attach(record);
+    ups_openwake();
     shared_store(upschan.aip->ups.protocol, 1);
     shared_store(upschan.aip->ups.ui.CommStatus, COMM_LOST);
     upschan.old_comset = ups_comset();

@@ -36,8 +36,9 @@ typedef struct _UPSCHAN {
     int estab;       // successful queries of this turn of the loop
 
     // The command channel.
-    int u_wait;      // the command in hand still owes a reply word
-    int buzzerStep;  // step 1-3 of the buzzer test, 0: idle
+    int u_wait;       // the command in hand still owes a reply word
+    int buzzerStep;   // step 1-3 of the buzzer test, 0: idle
+    int wakefd = -1;  // socket by which the agent process is woken; -1: none
 
     // The polling clock, on the process's one real-time interval timer.
     itimerval value;   // what the clock was set to
@@ -162,6 +163,10 @@ int ups_writetoups(std::string_view command);
 /// after a wake-up notice with nothing behind it, or -1.
 int ups_readdatafromups(AGENT *record, char *buf, int max);
 
+/// Flushes the port, writes one order in one write and waits, within a bound, until it has left the port, so
+/// that no later flush can take it back. The bytes written, or -1; errno when they are fewer than asked for.
+int ups_order(std::string_view order);
+
 /// Flushes the port, writes a command and reads its reply of at most `max` (at most 63) bytes. The count of
 /// `reply`.
 int ups_query(AGENT *record, std::string_view command, int max, UPSREPLY &reply);
@@ -236,5 +241,34 @@ void ups_setbattdate(const UPS_TIMEINFO &date);
 /// Carries out one command of the agent process. 0 or more: success.
 int ups_control(AGENT *record, std::uint32_t word);
 
-/// One step of the buzzer test.
+/// Sends the order that is nothing but a text to its command word. 0 when the unit agreed, or is of the older
+/// family, which answers no order; -1 for a failed or refused order and a word without such an order.
+int ups_docommand(AGENT *record, std::uint32_t word);
+
+/// The self-test of a command word, with what belongs before and after it. 0, except on the older family,
+/// where it is the result of ups_selftest.
+int ups_selftest1(AGENT *record, std::uint32_t word);
+
+/// Starts the plain self-test if none is running; its argument lies in `ba2u`. 0 or -1.
+int ups_selftest(AGENT *record);
+
+/// Orders the unit to switch its output off, with or without a timed restart, as `ba2u` says. 0 or -1.
+int ups_shutdownups(AGENT *record);
+
+/// Stores the battery replacement date of `ba2u` in the unit. 0 or -1.
+int ups_setbattchgtime(AGENT *record);
+
+/// Takes an order to switch off back, without reading the unit's reply. 0, or -1 after a message.
+int ups_cancelshutdown();
+
+/// One step of the buzzer test; `buzzerStep` is 1 to 3. The result of the step's order.
 int doBuzzer(AGENT *record);
+
+// ---- agent_ups_wake.cpp
+
+/// Opens the socket by which the agent process is woken. Once, at the start of the UPS process.
+void ups_openwake();
+
+/// Makes the agent process look at the shared block at once. Called when everything that it is to see has
+/// been stored; keeps no result and never waits.
+void ups_wakeagent();

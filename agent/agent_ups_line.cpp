@@ -15,6 +15,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <string_view>
+#include <sys/ioctl.h>
 #include <sys/select.h>
 #include <sys/stat.h>
 #include <termios.h>
@@ -25,6 +26,9 @@ static constexpr long REPLY_WAIT = 600000;       // us before each byte on an es
 static constexpr long REPLY_WAIT_LOST = SECOND;  // the same while the line is lost
 static constexpr int REPLY_MISSES = 3;           // waits in a row without a byte
 static constexpr long WRITE_WAIT = SECOND;       // bound of one command's wait for room
+static constexpr long CHARACTER_TIME = 4167;     // us for 10 bits at 2400 baud
+static constexpr long QUEUE_STEP = 5000;         // us between looks at the output queue
+static constexpr int QUEUE_STEPS = 100;          // looks before output counts as stopped
 static constexpr int SEARCH_TRIES = 4;
 static constexpr int MODEL_TRIES = 2;
 
@@ -83,6 +87,47 @@ int ups_writetoups(std::string_view command)
     if (fcntl(fd, F_SETFL, flags) < 0)
         return -1;
     return static_cast<int>(n);
+}
+
+static bool queue_empties(int fd)
+{
+    for (int i = 0; i < QUEUE_STEPS; ++i) {
+        int left = 0;
+        if (ioctl(fd, TIOCOUTQ, &left) < 0 || left == 0)
+            return true;
+        ups_pause(QUEUE_STEP);
+    }
+    return false;
+}
+
+// The queue does not count the last characters, which the hardware holds, and on a pseudo-terminal none at
+// all, where draining does nothing either: so the line time passes in any case, and once more behind a queue
+// that was still full after it.
+static void let_leave(int fd, std::size_t bytes)
+{
+    const long linetime = static_cast<long>(bytes) * CHARACTER_TIME;
+    int left = 0;
+    ups_pause(linetime);
+    if (ioctl(fd, TIOCOUTQ, &left) < 0 || left == 0)
+        return;
+    if (!queue_empties(fd)) {
+        restart_output(fd);
+        static_cast<void>(queue_empties(fd));
+    }
+    ups_pause(linetime);
+}
+
+// An order must get out even after noise that looked like XOFF: there is no second one.
+int ups_order(std::string_view order)
+{
+    ups_flushport();
+    if (ups_waitfd(upschan.comfd, true, WRITE_WAIT) == 0)
+        restart_output(upschan.comfd);
+    errno = EIO;  // for the failures that are no system call's
+    const int written = ups_writetoups(order);
+    if (written == static_cast<int>(order.size()))
+        let_leave(upschan.comfd, order.size());
+    return written;
 }
 
 enum class READEND { Complete, Silence, Dead };

@@ -6,3 +6,5 @@ voltaria_unit_test(ups_status_test SANDBOX SOURCES ups_status_test.cpp ups_unit.
 voltaria_unit_test(ups_query_test SANDBOX SOURCES ups_query_test.cpp ups_unit.cpp LIBS agentlib)
 voltaria_unit_test(ups_selftest_test SANDBOX SOURCES ups_selftest_test.cpp ups_unit.cpp LIBS agentlib)
 voltaria_unit_test(ups_loop_test SANDBOX SOURCES ups_loop_test.cpp ups_unit.cpp LIBS agentlib)
+voltaria_unit_test(ups_control_test SANDBOX SOURCES ups_control_test.cpp ups_unit.cpp LIBS agentlib)
+voltaria_unit_test(ups_wake_test SANDBOX SOURCES ups_wake_test.cpp ups_unit.cpp LIBS agentlib)
