@@ -36,11 +36,12 @@ bool agent_upsprocess_ended()
     return ups_process_ended != 0;
 }
 
+// Whatever else ended is a program that the engine left to itself, in a session of its own.
 static void sigchild(int)
 {
     const int saved = errno;
     int status = 0;
-    for (pid_t pid; (pid = waitpid(0, &status, WNOHANG)) > 0;)
+    for (pid_t pid; (pid = waitpid(-1, &status, WNOHANG)) > 0;)
         if (agent.aip != nullptr && pid == agent.aip->upspid)
             ups_process_ended = 1;
     errno = saved;

@@ -17,3 +17,9 @@ int Event_Action(std::int32_t cmd, UPS_EIN_DATA *ein, std::int32_t *eoutcmd, UPS
 /// and `value` as engine_records.h lists them by code. Provided by the agent process; called by the
 /// engine only. Returns 0 or more on success, -1 on failure.
 int Event_CallBack(int code, void *data, int arg, int value);
+
+typedef struct _AGENT AGENT;
+
+/// Tells monitors and other agents that this agent goes down. The second way out of the engine, used once, at
+/// the very end of a shutdown. Provided by the agent process.
+void net_broadcastdown(AGENT *ag);

@@ -1,13 +1,19 @@
 // What is done about an event: remembered, logged, told, acted on. Called wherever the engine raises one.
 #include "e_a_internal.h"
 
-#include "e_a_event_table.h"
+#include "agent_main_message.h"
+#include "e_a_notify.h"
 #include "wp_field.h"
 
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <span>
 #include <string_view>
+
+// BroadcastType: up to the first to every terminal, the second to the chosen users, anything else to nobody.
+static constexpr std::uint32_t BROADCASTTYPE_ALL = 1;
+static constexpr std::uint32_t BROADCASTTYPE_USERS = 2;
 
 // What an event's line in the log says besides its number.
 typedef struct _ORIGIN {
@@ -61,11 +67,9 @@ static int remember(int id, const ORIGIN &origin)
     return updatelastevent(id, origin.cause, origin.name);
 }
 
-// A get of the event settings brings its own table; every other call works with the caller's.
-static const UPS_EVENTINFO *find_event(int id, const UPS_EIN_DATA *ein, const UPS_EOUT_DATA *eout)
+static const UPS_EVENTINFO *find_row(int id, const UPS_EVENTINFO *table)
 {
-    const UPS_EVENTINFO *table = engine.CURRENTCMD == E_CMD_GETEVENT ? eout->DATA.eu.eap : ein->DATA.eu.eap;
-    if (table == nullptr || eventmsg(id) == nullptr)
+    if (table == nullptr)
         return nullptr;
     const UPS_EVENTINFO *end = table + EVENT_COUNT;
     const UPS_EVENTINFO *event =
@@ -80,14 +84,147 @@ static int log_event(int id, const ORIGIN &origin, const UPS_PARAM *param)
     return engine.eventlogfailed;
 }
 
+// ------------------------------------------------------------------------------------------- telling users
+
+// The texts in which a name stands. Every other is a text as it is, whatever it holds.
+static bool names_monitor(int id)
+{
+    return id == EVENT_ORDEREDBYUSER || id == EVENT_CANCELEDBYUSER;
+}
+
+static std::string english_text(int id)
+{
+    if (!names_monitor(id))
+        return eventmsg(id);
+    return notice_format(eventmsg(id), {notice_arg(field_view(engine.monitorname))});
+}
+
+// The name is the only part that comes from the network.
+static std::string mail_text(int id)
+{
+    const std::string name = one_line(field_view(engine.monitorname));
+    return notice_format(GETTEXTj(eventmsg(id)), {notice_arg(name)});
+}
+
+static bool is_schedule(REASON reason)
+{
+    return reason == SPECIAL || reason == WEEKLY || reason == MONTHLY;
+}
+
+// While a scheduled shutdown is pending only its own arrival is shown, and a mains failure never is: the
+// warnings of the countdown take its place.
+static bool is_shown_to_all(int id)
+{
+    if (is_schedule(engine.downreason))
+        return id == EVENT_ARRIVED_SPECIAL || id == EVENT_ARRIVED_WEEKLY || id == EVENT_ARRIVED_MONTHLY;
+    return id != EVENT_ACFAIL;
+}
+
+static bool goes_to_all(const UPS_EVENTINFO &event)
+{
+    return event.BroadcastType <= BROADCASTTYPE_ALL;
+}
+
+static bool is_chosen(std::uint32_t mask, std::size_t user)
+{
+    return CheckBit(mask, std::uint32_t{1} << user);
+}
+
+static void tell_on_terminals(const UPS_EVENTINFO &event, std::size_t index, const USERSDATA &user,
+                              std::string_view text)
+{
+    const std::string_view name = field_view(user.UserName);
+    if (event.BroadcastType == BROADCASTTYPE_USERS && is_chosen(event.BroadcastUser, index) && !name.empty())
+        tell_user(name, text);
+}
+
+static void tell_by_mail(const UPS_EVENTINFO &event, std::size_t index, const USERSDATA &user)
+{
+    const std::string_view address = field_view(user.Email);
+    if (is_chosen(event.MailUser, index) && !address.empty())
+        tell_mail(address, mail_text(event.EventID));
+}
+
+// The users are picked by slot, whatever their number is.
+static std::span<const USERSDATA> users_of(const EVENTUSERS &tables)
+{
+    if (tables.uip == nullptr || tables.uip->udp == nullptr)
+        return {};
+    return {tables.uip->udp, USER_COUNT};
+}
+
+static void tell_users(const UPS_EVENTINFO &event, std::span<const USERSDATA> users)
+{
+    const int id = event.EventID;
+    const std::string text = english_text(id);
+    if (goes_to_all(event) && is_shown_to_all(id))
+        tell_wall(text);
+    for (std::size_t i = 0; i < users.size(); ++i) {
+        if (id != EVENT_ACFAIL)
+            tell_on_terminals(event, i, users[i], text);
+        tell_by_mail(event, i, users[i]);
+    }
+}
+
+int wallornot(int id, const std::string &text, UPS_EIN_DATA *ein)
+{
+    const EVENTUSERS &tables = ein->DATA.eu;
+    const UPS_EVENTINFO *event = find_row(id, tables.eap);
+    if (event == nullptr)
+        return -1;
+    tell_begin();
+    if (goes_to_all(*event))
+        tell_wall(text);
+    const std::span<const USERSDATA> users = users_of(tables);
+    for (std::size_t i = 0; i < users.size(); ++i)
+        tell_on_terminals(*event, i, users[i], text);
+    return 0;
+}
+
+// -------------------------------------------------------------------------------------------- acting on it
+
+static void carry_out(const UPS_EVENTINFO &event, const UPS_PARAM *param)
+{
+    const std::string_view command = field_view(event.Command);
+    if (!command.empty())
+        run_command(command, span(param->workparam.nCloseAppTime));
+}
+
+// A shutdown that an event started, and whose time has come, is not started over.
+static bool is_under_way(std::time_t now)
+{
+    return engine.next_off != 0 && engine.next_off <= engine.EVENTTRIGGER_off && engine.next_off < now &&
+           engine.ACFAIL_off < now;
+}
+
+static void start_shutdown(int id)
+{
+    const std::time_t now = timenow();
+    engine.DOWNEVENTID = static_cast<std::uint8_t>(id);
+    if (id == EVENT_ORDEREDBYUSER || id == EVENT_SYSTEMDOWN || id == EVENT_ORDEREDBYAGENT ||
+        engine.DOWNREACHED != 0 || is_under_way(now))
+        return;
+    engine.EVENTTRIGGER_off = now;
+    engine.downreason = EVENT_TRIGGER;
+    engine.next_off = now;
+}
+
 int eventaction(int id, UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout)
 {
     const ORIGIN origin = origin_of(id, ein);
     int failures = remember(id, origin) != 0;
-    const UPS_EVENTINFO *event = find_event(id, ein, eout);
+    // A get of the event settings brings its own tables; every other call works with the caller's.
+    const EVENTUSERS &tables = engine.CURRENTCMD == E_CMD_GETEVENT ? eout->DATA.eu : ein->DATA.eu;
+    const UPS_EVENTINFO *event = eventmsg(id) != nullptr ? find_row(id, tables.eap) : nullptr;
     if (event == nullptr)
         return -1;
+    tell_begin();
+    tell_mesg();
     if (event->Record != 0 && engine.EVENTLOGENABLED != 0)
         failures += log_event(id, origin, eout->DATA.upsconfigp);
+    tell_users(*event, users_of(tables));
+    carry_out(*event, eout->DATA.upsconfigp);
+    if (event->Shutdown != 0)
+        start_shutdown(id);
     return failures != 0 ? -1 : 0;
 }
