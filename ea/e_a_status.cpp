@@ -1,111 +1,165 @@
-// The UPS status: what changed since the last turn, and what the status record says that the unit itself
-// does not know. Called by the dispatcher on every turn and at start-up.
-#include "e_a_internal.h"
+// The status monitor: what has changed since the last turn? Compares the record that the UPS process keeps
+// with what was seen before, has each change told as an event, and sets the deadlines that the shutdown timer
+// goes by. Owns the order of a pass and the countdown of an AC failure. Called by the dispatcher on every
+// turn; the memory between two passes is in `engine`.
+#include "e_a_status.h"
 
-#include "agent_main_message.h"
-#include "e_a_error.h"
-#include "filehandle.h"
+#include "agent.h"
 #include "shared_word.h"
 #include "wp_field.h"
 
-#include <algorithm>
-#include <cstdlib>
-#include <string_view>
+static constexpr int READ_TRIES = 4;
+// What a loss takes from the event bits, a moment after the link counts as lost.
+static constexpr std::uint32_t BITS_OF_A_LINK = UPSBIT_TESTING | UPSBIT_BATTTEST | UPSBIT_BATTDISCONNECT;
 
-int checkupsstatus([[maybe_unused]] UPS_EIN_DATA *ein, [[maybe_unused]] UPS_EOUT_DATA *eout)
+// ---- what the chapters share
+
+void status_raise(STATUSPASS &pass, int id)
 {
-    return -1;
+    pass.failures += eventaction(id, pass.ein, pass.eout) != 0;
 }
 
-// The status fill knows no low-priority default: what getconfig takes for 4 is shown as 6 here.
-static void fill_agenttype(UPS_UPSINFO *upsinfo)
+void status_announce()
 {
-    const char *text = readparam("UPS", "AgentType");
-    if (text == nullptr)
-        ea_error("Cannot read AgentType from config file");
-    upsinfo->AgentType = text != nullptr ? static_cast<std::uint32_t>(std::atoi(text)) : AGENTTYPE_HIGH;
-    if (!setrole(upsinfo->AgentType)) {
-        upsinfo->AgentType = AGENTTYPE_HIGH;
-        setrole(AGENTTYPE_HIGH);
-    }
+    Event_CallBack(E_CB_SETTINGSCHANGED, nullptr, 0, 0);
 }
 
-static void fill_buzzer(UPS_UPSINFO *upsinfo)
+void status_reload(STATUSPASS &pass)
 {
-    const char *text = readparam("UPS", "BuzzerCan");
-    if (text == nullptr)
-        ea_error("Cannot read BuzzerCan from config file");
-    else
-        shared_store(upsinfo->BuzzerCan, !std::string_view(text).starts_with("off"));
+    pass.eout->DATA.schlist = getschlist();
 }
 
-static void fill_autotest(UPS_UPSINFO *upsinfo)
+bool status_linkdown(const STATUSPASS &pass)
 {
-    const char *text = readparam("UPS", "AutoTestCan");
-    if (text == nullptr)
-        ea_error("Cannot read AutoTestCan from config file");
-    else if (std::string_view(text).starts_with("off"))
-        shared_store(upsinfo->AutoTestCan, 0);
-    else if (std::string_view(text).starts_with("on"))
-        shared_store(upsinfo->AutoTestCan, 1);
+    return pass.seen.CommStatus == COMM_LOST || pass.seen.CommStatus == COMM_NOUPS;
 }
 
-static void ask_battime(UPS_TIMEINFO *timeinfo)
+// A link that is found while mains is failed starts the countdown before the bits are looked at; the bit that
+// has come up with the link is the same failure.
+void status_startcountdown(STATUSPASS &pass)
 {
-    BATTCHGTIME answer{};
-    if (Event_CallBack(E_CB_GETBATTIME, &answer, 0, 0) < 0)
-        ea_error("Cannot get change battery time");
-    else
-        *timeinfo = answer.BattTime;
-}
-
-// These series keep no battery date of their own although their name begins like one that does.
-static constexpr std::array<std::string_view, 3> DATE_IN_FILE = {"ZR900PL", "ZR950PL", "ZQ"};
-static constexpr std::array<std::string_view, 2> DATE_IN_UNIT = {"ZM", "ZR"};
-
-template <std::size_t N>
-static bool begins_with_one_of(std::string_view model, const std::array<std::string_view, N> &names)
-{
-    return std::any_of(names.begin(), names.end(),
-                       [model](std::string_view name) { return model.starts_with(name); });
-}
-
-static void fill_battime(UPS_UPSINFO *upsinfo)
-{
-    if (shared_load(upsinfo->ComId) < 0)
+    if (pass.counting)
         return;
-    const std::string_view model = field_view(upsinfo->upsmodel);
-    if (!begins_with_one_of(model, DATE_IN_FILE) && begins_with_one_of(model, DATE_IN_UNIT))
-        ask_battime(&upsinfo->PreChangeBatt);
-    else
-        getbattime(&upsinfo->PreChangeBatt);
+    pass.counting = true;
+    engine.just_fail = 1;
+    status_raise(pass, EVENT_ACFAIL);
+    pass.now = timenow();
+    engine.ACFAIL_off = pass.now + span(engine.EXPBLIFE);
+    starttimer(&engine.ovaluep, &engine.valuep);
+    engine.ACFAIL_duration = 0;
 }
 
-static void fill_group(UPS_UPSINFO *upsinfo)
+void status_stopstopwatch()
 {
-    const char *text = readparam("UPS", "Group");
-    if (text != nullptr) {
-        field_set(upsinfo->Group, text);
+    if (engine.just_fail != 0)
+        stoptimer(&engine.ovaluep, &engine.valuep);
+    engine.just_fail = 0;
+}
+
+// ---- the pass
+
+// Codes that change while the bits are read do not belong to them.
+static void read_status(STATUSPASS &pass)
+{
+    const UPS_UPSINFO &record = *pass.ein->DATA.upsinfop;
+    for (int i = 0; i < READ_TRIES; ++i) {
+        pass.seen = shared_copy(record);
+        pass.u_status = shared_load(agent.aip->ups.upsstat);
+        if (shared_load(record.upsstat) == pass.seen.upsstat &&
+            shared_load(record.CommStatus) == pass.seen.CommStatus)
+            break;
+    }
+    // Else a self-test that the loss has cut off would be seen to end on the next pass.
+    if (pass.seen.CommStatus == COMM_LOST)
+        pass.u_status &= ~BITS_OF_A_LINK;
+}
+
+static void watch_settings(STATUSPASS &pass)
+{
+    const UPS_COMMPARAM &live = pass.eout->DATA.upsconfigp->commparam;
+    pass.modelchanged = field_view(pass.seen.upsmodel) != field_view(engine.model_lasttime);
+    if (pass.modelchanged)
+        status_announce();
+    if (field_view(live.Group) != field_view(engine.group_last))
+        status_announce();
+    if (pass.seen.AgentType != static_cast<std::uint32_t>(engine.agenttype_last))
+        status_announce();
+    if (live.bIgnore != engine.ignore_last)
+        status_announce();
+}
+
+// Only units whose name begins so, and that do not tell their capabilities, are switched by the schedules'
+// common switch.
+static void judge_reboot(STATUSPASS &pass)
+{
+    const bool switched = field_view(pass.seen.upsmodel).starts_with("ZM");
+    if (!switched || CheckBit(pass.u_status, UPSBIT_CF)) {
+        engine.sche_on = 0;
         return;
     }
-    ea_error("Cannot read Group from config file");
-    field_set(upsinfo->Group, "Group A");
-    if (writeparam("UPS", "Group", "Group A") != 0)
-        ea_error("Cannot write Group to config file");
+    pass.rebootchanged = pass.seen.bAutoReboot != engine.reboot_old;
+    engine.sche_on = pass.seen.bAutoReboot != 0 ? 1 : -1;
+    engine.reboot_old = pass.seen.bAutoReboot;
 }
 
-int getupsstatus(UPS_UPSINFO *upsinfo)
+static bool is_ignored_order(const STATUSPASS &pass)
 {
-    fill_agenttype(upsinfo);
-    fill_buzzer(upsinfo);
-    fill_autotest(upsinfo);
-    fill_battime(upsinfo);
-    fill_group(upsinfo);
-    getlasttwoevents(upsinfo->events);
-    shared_store(upsinfo->bACPI, 0);
-    int failures = 0;
-    failures += gettime(timenow(), &upsinfo->timeinfo) != 0;
-    failures += gettime(engine.SCH_off, &upsinfo->nextdown) != 0;
-    failures += gettime(engine.SCH_boot, &upsinfo->nextboot) != 0;
-    return failures != 0 ? -1 : 0;
+    return engine.downreason == OTHERAGEDOWN && pass.eout->DATA.upsconfigp->commparam.bIgnore != 0;
+}
+
+static bool has_test_ended(const STATUSPASS &pass)
+{
+    return engine.ACFAIL_off == 0 && engine.ISSHUTTINGDOWN == 0 && engine.LASTUPSSTAT == UPSSTAT_TESTING &&
+           pass.seen.upsstat == UPSSTAT_NORMAL;
+}
+
+static void reload_settings(STATUSPASS &pass)
+{
+    if (pass.modelchanged) {
+        getconfig(pass.eout);
+        status_reload(pass);
+    } else if (has_test_ended(pass)) {
+        status_reload(pass);
+    }
+    if (pass.rebootchanged)
+        status_reload(pass);
+}
+
+static void remember_settings(const STATUSPASS &pass)
+{
+    const UPS_COMMPARAM &live = pass.eout->DATA.upsconfigp->commparam;
+    field_set(engine.model_lasttime, field_view(pass.seen.upsmodel));
+    engine.ignore_last = live.bIgnore;
+    engine.agenttype_last = static_cast<std::int32_t>(shared_load(pass.ein->DATA.upsinfop->AgentType));
+    field_set(engine.group_last, field_view(live.Group));
+}
+
+static void remember_status(const STATUSPASS &pass)
+{
+    engine.LASTUPSSTAT = pass.seen.upsstat;
+    engine.LASTBATTSTATUS = pass.seen.BattStatus;
+    engine.LASTCOMMSTATUS = pass.seen.CommStatus;
+    engine.last_u_status = pass.u_status;
+}
+
+int checkupsstatus(UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout)
+{
+    acfail_elapsed();  // keeps a stopwatch alive that nobody else looks at
+    STATUSPASS pass{};
+    pass.ein = ein;
+    pass.eout = eout;
+    read_status(pass);
+    watch_settings(pass);
+    judge_reboot(pass);
+    pass.now = timenow();
+    if (is_ignored_order(pass))
+        return 0;
+    engine.beDoCmdDown = 0;
+    reload_settings(pass);
+    remember_settings(pass);
+    status_link(pass);
+    status_bits(pass);
+    remember_status(pass);
+    status_shown(pass);
+    return pass.failures != 0 ? -1 : 0;
 }
