@@ -13,9 +13,10 @@ typedef struct _REQUEST {
     int (*handle)(AGENT *ag, int fromtcp);
 } REQUEST;
 
-static int handle_upsinfo(AGENT *ag, int)
+// Most handlers do not care how the packet came.
+template <int (*handler)(AGENT *)> static int handle(AGENT *ag, int)
 {
-    return daemon_ansgetupsinfo(ag);
+    return handler(ag);
 }
 
 // The packet that lies in the buffer afterwards is the answer, and it is handed on as if it were a shutdown
@@ -28,16 +29,25 @@ static int handle_osinfo(AGENT *ag, int fromtcp)
     return daemon_shutdownups(ag, fromtcp);
 }
 
-static int handle_command(AGENT *ag, int)
-{
-    return daemon_command(ag);
-}
-
 static constexpr std::array REQUESTS = {
-    REQUEST{DATAID_GETUPSINFO, false, handle_upsinfo},
+    REQUEST{DATAID_GETUPSINFO, false, handle<daemon_ansgetupsinfo>},
     REQUEST{DATAID_OSINFO, false, handle_osinfo},
     REQUEST{DATAID_SHUTDOWN, true, daemon_shutdownups},
-    REQUEST{DATAID_COMMAND, false, handle_command},
+    REQUEST{DATAID_CANCELSHUTDOWN, true, handle<daemon_cancelshutdown>},
+    REQUEST{DATAID_SELFTEST, true, handle<daemon_selftest>},
+    REQUEST{DATAID_SELFTEST_LONG, true, handle<daemon_docmd>},
+    REQUEST{DATAID_SELFTEST_CANCEL, true, handle<daemon_docmd>},
+    REQUEST{DATAID_COMMAND, false, handle<daemon_command>},
+    REQUEST{DATAID_CLEAR_DATALOG, true, handle<daemon_docmd>},
+    REQUEST{DATAID_CLEAR_EVENTLOG, true, handle<daemon_docmd>},
+    REQUEST{DATAID_BUZZER_ON, true, handle<daemon_docmd>},
+    REQUEST{DATAID_BUZZER_OFF, true, handle<daemon_docmd>},
+    REQUEST{DATAID_GETBATTIME, false, handle<daemon_getbattime>},
+    REQUEST{DATAID_SETBATTIME, true, handle<daemon_setbattime>},
+    REQUEST{DATAID_AUTOTEST_ON, true, handle<daemon_docmd>},
+    REQUEST{DATAID_AUTOTEST_OFF, true, handle<daemon_docmd>},
+    REQUEST{DATAID_DETECTIONLVL, true, handle<daemon_setupsmodelvl>},
+    REQUEST{DATAID_BUZZER_TEST, true, handle<daemon_docmd>},
 };
 
 int daemon_procnetmsg(AGENT *ag, int privileged, int fromtcp)

@@ -1,4 +1,4 @@
-// The handlers of monitor requests. Every answer goes to the current client, `agnet.cnc`.
+// The handlers of monitors' inquiries. Every answer goes to the current client, `agnet.cnc`.
 #include "agent_daemon_requests.h"
 
 #include "agent_daemon_buffer.h"
@@ -14,7 +14,6 @@
 
 static constexpr std::uint32_t UPSINFO_ANSWER = PACKET_HEAD_SIZE + sizeof(UPS_UPSINFO);
 static constexpr std::uint32_t OSINFO_LENGTH = PACKET_HEAD_SIZE + sizeof(VTOSINFO);
-static constexpr std::uint32_t SHUTDOWN_LENGTH = PACKET_HEAD_SIZE + sizeof(UPS_AGENTDOWNINFO);
 static constexpr std::uint8_t SUBREQUEST_NULL = 6;
 static constexpr std::int16_t VERSION_OLD = 0x0110;  // monitors below this know fewer codes
 static constexpr std::int32_t OS_AGENT = 2;          // this agent's own system code
@@ -115,13 +114,6 @@ int daemon_recvsendosinfo(AGENT *ag)
         return -1;
     wire_putosinfo(data, info);
     return net_sendpacketout(ag);
-}
-
-int daemon_shutdownups(AGENT *, int)
-{
-    if (packet_head().Length != SHUTDOWN_LENGTH)
-        return -1;
-    return -1;  // orders are carried out once the engine takes agent commands and agent events
 }
 
 int daemon_command(AGENT *ag)

@@ -31,10 +31,25 @@ std::uint32_t word_at(std::string_view bytes, std::size_t at)
     return value;
 }
 
+std::string receive_packet(const testbed::TcpClient &client)
+{
+    const std::string head = client.receive(8, PATIENCE);
+    const std::uint32_t length = word_at(head, 4);
+    return length > 8 ? head + client.receive(length - 8, PATIENCE) : head;
+}
+
+std::string receive_answer(const testbed::TcpClient &client)
+{
+    std::string answer = receive_packet(client);
+    while (answer.at(3) == NOTICE)
+        answer = receive_packet(client);
+    return answer;
+}
+
 std::string ask_status(const testbed::TcpClient &client)
 {
     client.send(packet(16));
-    const std::string answer = client.receive(228, PATIENCE);
+    const std::string answer = receive_answer(client);
     EXPECT_EQ(answer[3], 64);
     EXPECT_EQ(word_at(answer, 4), 228u);
     return answer.substr(8);

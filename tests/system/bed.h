@@ -30,6 +30,14 @@ std::string header(std::uint8_t dataid, std::uint32_t length, std::uint8_t proto
 
 std::uint32_t word_at(std::string_view bytes, std::size_t at);
 
+/// DataId of a notice, which comes to every monitor at any time.
+inline constexpr char NOTICE = 79;
+
+/// The next whole packet.
+std::string receive_packet(const testbed::TcpClient &client);
+/// The next packet that is no notice.
+std::string receive_answer(const testbed::TcpClient &client);
+
 /// Asks for the status over a connection and returns its 220 bytes.
 std::string ask_status(const testbed::TcpClient &client);
 

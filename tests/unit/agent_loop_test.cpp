@@ -83,7 +83,7 @@ class Ready : public AgentTest
         agent.aip = shared;
         *shared = AGINFO{};
         shared->ups.ui.ComId = -1;
-        shared->ups.ui.CommStatus = 17;
+        shared->ups.ui.CommStatus = 0;  // as from the start: nothing to tell monitors about
         shared->ups.protocol = 1;
     }
 
