@@ -1,6 +1,7 @@
 // The link to the unit, seen through the status that a monitor is told: every family found, lost and found
 // again, exchanged, moved to another port, and lines that misbehave.
 #include "bed.h"
+#include "shared_word.h"
 
 #include <csignal>
 #include <cstring>
@@ -179,8 +180,10 @@ TEST(Link, APortSettingOutOfRangeSearchesAllPortsAndIsRewritten)
     Daemon daemon(VOLTARIAD);
     daemon.start();
     EXPECT_EQ(wait_for_link(2).ComId, 4);
+    // The engine reads the file once more when the link is there, and the unit is searched once more.
     const SharedBlock block;
-    EXPECT_EQ(block->ups.up.workparam.ComSet, 0);
+    testbed::wait_until("the setting to be rewritten", PATIENCE,
+                        [&] { return shared_load(block->ups.up.workparam.ComSet) == 0; });
 }
 
 TEST(Link, WithNoUpsConfiguredThePortsAreLeftAlone)

@@ -147,6 +147,9 @@ void TERMINAL::finish_sequence(char last)
     if (sequence[0] != '[')
         return;
     const bool backwards = sequence[1] == '1';
+    // A cursor behind the last column has not left it: every move starts from there.
+    if (std::string_view("ABCD").find(last) != std::string_view::npos)
+        column = std::min(column, columns - 1);
     switch (last) {
     case 'H':
         row = std::min(rows, parameter(0, 1)) - 1;
