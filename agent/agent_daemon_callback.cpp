@@ -22,7 +22,6 @@ typedef struct _PLAINCOMMAND {
 
 static constexpr std::array PLAIN_COMMANDS = {
     PLAINCOMMAND{E_CB_CANCELDOWN, UPSCMD_CANCELDOWN},
-    PLAINCOMMAND{E_CB_SELFTEST_LONG, UPSCMD_SELFTEST_LONG},
     PLAINCOMMAND{E_CB_SELFTEST_CANCEL, UPSCMD_SELFTEST_CANCEL},
     PLAINCOMMAND{E_CB_BUZZER_ON, UPSCMD_BUZZER_ON},
     PLAINCOMMAND{E_CB_BUZZER_OFF, UPSCMD_BUZZER_OFF},
@@ -59,11 +58,12 @@ static int order_upsdown(std::int32_t delay, std::int32_t last)
     return send_with_argument(UPSCMD_SHUTDOWN, argument);
 }
 
-static int order_selftest(std::int32_t length)
+// The oldest models run their plain self-test for either word and want its length.
+static int order_selftest(std::uint32_t word, std::int32_t length)
 {
     std::array<std::uint8_t, sizeof length> argument;
     wire_put32(argument, 0, static_cast<std::uint32_t>(length == 0 ? SELFTEST_SECONDS : length));
-    return send_with_argument(UPSCMD_SELFTEST, argument);
+    return send_with_argument(word, argument);
 }
 
 static int order_setbattime(const void *date)
@@ -133,7 +133,9 @@ int Event_CallBack(int code, void *data, int arg, int value)
     case E_CB_UPSDOWN:
         return order_upsdown(arg, value);
     case E_CB_SELFTEST:
-        return order_selftest(value);
+        return order_selftest(UPSCMD_SELFTEST, value);
+    case E_CB_SELFTEST_LONG:
+        return order_selftest(UPSCMD_SELFTEST_LONG, 0);
     case E_CB_SETBATTIME:
         return order_setbattime(data);
     case E_CB_GETBATTIME:
