@@ -173,8 +173,8 @@ typedef struct _ENGINE {
     std::array<char, NAME_SIZE> agentname{};     // the host that caused a network shutdown
     std::array<char, NAME_SIZE> g_agent_name{};  // the host named in a user's shutdown order
     std::array<char, NAME_SIZE> g_localname{};   // this host
-    std::time_t lastgracenotice = 0;             // last "will shutdown in n minutes"
-    std::int64_t gracestart = 0;                 // utils_monotonicms at the begin of the shutdown
+    std::int64_t lastgracenotice = 0;  // utils_monotonicms at the last "will shutdown in n minutes", 0: none
+    std::int64_t gracestart = 0;       // utils_monotonicms at the begin of the shutdown
 
     // What the status monitor saw on the previous call.
     std::int8_t LASTUPSSTAT = 0;
@@ -191,6 +191,7 @@ typedef struct _ENGINE {
     std::int32_t iFirstgetHWfail = 0;  // "UPS abnormal" has been raised for the present fault
     std::int32_t ISTESTTING = 0;       // a self-test is under way
     std::time_t LASTCOMESTTIME = 0;    // communication was last established
+    std::time_t lostat = 0;            // communication was last lost
     std::int32_t dispgrace = 0;        // grace added to displayed shutdown times; s
 
     // The AC-failure stopwatch: what the interval timer showed last, and right after it was armed (moved back

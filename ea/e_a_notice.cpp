@@ -54,11 +54,17 @@ static PLACEHOLDER placeholder_at(std::string_view text)
     return found;
 }
 
+// Those that a number needs; any other but "s" is a damaged catalogue.
+static bool is_numeric(char conversion)
+{
+    return conversion == 'd' || conversion == 'i' || conversion == 'u';
+}
+
 static std::string converted(const PLACEHOLDER &placeholder, const NOTICEARG &argument)
 {
     if (placeholder.conversion == 's')
         return argument.isnumber ? std::to_string(argument.number) : std::string(argument.text);
-    if (!argument.isnumber)
+    if (!is_numeric(placeholder.conversion) || !argument.isnumber)
         return {};
     std::array<char, WIDTH_LIMIT + 24> text;
     std::snprintf(text.data(), text.size(), placeholder.zeros ? "%0*ld" : "%*ld", placeholder.width,

@@ -43,6 +43,16 @@ static void forget_missed_deadlines()
     engine.downreason = NONE;
 }
 
+// A repeating schedule is found again until its minute is over, but what came due without a link is missed.
+static void drop_missed_schedule(STATUSPASS &pass)
+{
+    if (engine.lostat == 0 || engine.SCH_off <= engine.lostat || engine.SCH_off >= pass.now)
+        return;
+    engine.lastdownstart = engine.SCH_off;
+    engine.renewal = pass.now + SCHEDULE_STALE;
+    status_reload(pass);
+}
+
 static void link_established(STATUSPASS &pass)
 {
     engine.com_estab_once = 1;
@@ -58,6 +68,7 @@ static void link_established(STATUSPASS &pass)
         status_startcountdown(pass);
     engine.LASTCOMESTTIME = pass.now;
     status_reload(pass);
+    drop_missed_schedule(pass);
     notify("UPS Communication established");
     Event_CallBack(E_CB_STATUSCHANGED, nullptr, 0, 0);
 }
@@ -138,6 +149,7 @@ static void link_lost(STATUSPASS &pass)
 {
     UPS_UPSINFO &record = *pass.eout->DATA.upsinfop;
     const bool lost = pass.seen.CommStatus == COMM_LOST;
+    engine.lostat = pass.now;
     print_loss(pass);
     call_off_before_the_event(pass);
     shared_store(record.ShutdownS, 0);

@@ -203,7 +203,7 @@ static int begin_shutdown(const PASS &pass)
         if (pass.eout->DATA.upsconfigp->commparam.bIgnore == 0) {
             failures += read_hostname(engine.agentname) != 0;
             if (engine.downreason != USER_SPECIFY || engine.g_agent_name != engine.g_localname)
-                failures += eventaction(EVENT_ORDEREDBYAGENT, pass.ein, pass.eout) != 0;
+                eventaction(EVENT_ORDEREDBYAGENT, pass.ein, pass.eout);
         }
         failures += say_timeisup() != 0;
     }

@@ -47,9 +47,10 @@ int read_hostname(std::array<char, NAME_SIZE> &name)
     return 0;
 }
 
-static int raise(int id, const PASS &pass)
+// A lost log line fails no step: the agent must start, and answer its monitors, on a full disk too.
+static void raise(int id, const PASS &pass)
 {
-    return eventaction(id, pass.ein, pass.eout) != 0;
+    eventaction(id, pass.ein, pass.eout);
 }
 
 // A wall clock that was set back must not silence the warnings.
@@ -72,46 +73,52 @@ static NOTICE schedule_notice(const SCHEDULEWARNING &kind, std::time_t remaining
         notice_format(kind.english, {notice_arg(user_date(remaining)), notice_arg(user_time(remaining))})};
 }
 
-static OUTCOME schedule_due(const SCHEDULEWARNING &kind, const PASS &pass, int &failures)
+// Neither carried out nor found again when the link is back within its minute.
+static void miss_schedule(const PASS &pass)
+{
+    engine.DOWNREACHED = 0;
+    engine.lastdownstart = engine.next_off;
+    engine.renewal = pass.now + SCHEDULE_STALE;
+    engine.next_off = 0;
+    engine.SCH_off = 0;
+}
+
+static OUTCOME schedule_due(const SCHEDULEWARNING &kind, const PASS &pass)
 {
     if (!is_linkup(pass.eout->DATA.upsinfop)) {
-        engine.DOWNREACHED = 0;
-        // Missed: not to be found again when the link is back.
-        engine.lastdownstart = engine.next_off;
-        engine.renewal = pass.now + SCHEDULE_STALE;
-        engine.next_off = 0;
+        miss_schedule(pass);
         return {};
     }
     engine.DOWNREACHED = 1;
-    failures += raise(kind.arrived, pass);
+    raise(kind.arrived, pass);
     engine.shutdowneventid = static_cast<std::uint8_t>(kind.arrived);
     return {true, {}};
 }
 
-static OUTCOME warn_schedule(const PASS &pass, int &failures)
+static OUTCOME warn_schedule(const PASS &pass)
 {
     const auto &kind =
         *std::find_if(SCHEDULEWARNINGS.begin(), SCHEDULEWARNINGS.end(),
                       [](const SCHEDULEWARNING &row) { return row.reason == engine.downreason; });
     engine.lastdowncount = engine.lastschdowncount;
     if (engine.next_off <= pass.now)
-        return schedule_due(kind, pass, failures);
+        return schedule_due(kind, pass);
     if (engine.next_off - pass.now > span(engine.SCHCOUNT) || !is_linkup(pass.eout->DATA.upsinfop) ||
         !is_time_again(pass, engine.scheinterval))
         return {};
     if (engine.*kind.warned == 0)
-        failures += raise(kind.warning, pass);
+        raise(kind.warning, pass);
     engine.*kind.warned = 1;
     engine.shutdowneventid = static_cast<std::uint8_t>(kind.warning);
     return {false, schedule_notice(kind, pass.grace + engine.next_off - pass.now)};
 }
 
-static OUTCOME warn_acfail(const PASS &pass, int &failures)
+static OUTCOME warn_acfail(const PASS &pass)
 {
     engine.shutdowneventid = EVENT_ACFAIL;
     if (engine.ACFAIL_off < pass.now) {
         engine.DOWNREACHED = 1;
-        failures += raise(EVENT_ACFAIL_RUNOUT, pass);
+        raise(EVENT_ACFAIL_RUNOUT, pass);
         return {true, {}};
     }
     if (engine.ACFAIL_off - pass.now > span(engine.PFAILCOUNT) || !is_linkup(pass.eout->DATA.upsinfop) ||
@@ -122,7 +129,7 @@ static OUTCOME warn_acfail(const PASS &pass, int &failures)
                                   {notice_arg(user_time_m(remaining)), notice_arg(user_time_s(remaining))})};
 }
 
-static OUTCOME warn_battlow(const PASS &pass, int & /*failures*/)
+static OUTCOME warn_battlow(const PASS &pass)
 {
     engine.shutdowneventid = EVENT_BATTLOW;
     const bool reached = engine.BATTLOW_off <= pass.now;
@@ -131,7 +138,7 @@ static OUTCOME warn_battlow(const PASS &pass, int & /*failures*/)
     return {reached, notice_compose("The system will begin shutdown process due to Battery Low")};
 }
 
-static OUTCOME warn_trigger(const PASS &pass, int & /*failures*/)
+static OUTCOME warn_trigger(const PASS &pass)
 {
     engine.shutdowneventid = engine.DOWNEVENTID;
     OUTCOME outcome{engine.EVENTTRIGGER_off <= pass.now, {}};
@@ -165,7 +172,7 @@ static OUTCOME warn_user(const PASS &pass, int &failures)
     if (engine.USR_off <= pass.now) {
         engine.DOWNREACHED = 1;
         engine.shutdowneventid = EVENT_ARRIVEDBYUSER;
-        failures += raise(EVENT_ARRIVEDBYUSER, pass);
+        raise(EVENT_ARRIVEDBYUSER, pass);
         return {true, {}};
     }
     if (engine.USR_off - pass.now > span(engine.SCHCOUNT) || engine.shutdownMsgSendOnce != 0)
@@ -193,7 +200,7 @@ static OUTCOME warn_agent(const PASS &pass, int &failures)
     }
     if (pass.eout->DATA.upsconfigp->commparam.bIgnore != 0)
         return {};
-    failures += raise(EVENT_ORDEREDBYAGENT, pass);
+    raise(EVENT_ORDEREDBYAGENT, pass);
     engine.shutdowneventid = EVENT_ORDEREDBYAGENT;
     return {engine.OTHERAG_off <= pass.now,
             notice_compose("The system will begin shutdown process due to agent on %s",
@@ -206,13 +213,13 @@ static OUTCOME outcome_of(const PASS &pass, int &failures)
     case SPECIAL:
     case WEEKLY:
     case MONTHLY:
-        return warn_schedule(pass, failures);
+        return warn_schedule(pass);
     case AC_FAIL:
-        return warn_acfail(pass, failures);
+        return warn_acfail(pass);
     case BATT_LOW:
-        return warn_battlow(pass, failures);
+        return warn_battlow(pass);
     case EVENT_TRIGGER:
-        return warn_trigger(pass, failures);
+        return warn_trigger(pass);
     case USER_SPECIFY:
         return warn_user(pass, failures);
     case OTHERAGEDOWN:

@@ -62,6 +62,8 @@ int Event_CallBack(int code, void *data, int arg, int value)
 {
     recorder.calls.emplace_back(code, arg, value);
     recorder.data.push_back(data);
+    if (recorder.watch)
+        recorder.watch(code);
     if (code == E_CB_MESSAGE)
         (arg == 2   ? recorder.english
          : arg == 1 ? recorder.localised
@@ -78,6 +80,8 @@ int Event_CallBack(int code, void *data, int arg, int value)
 __attribute__((weak)) void net_broadcastdown(AGENT *)
 {
     recorder.calls.emplace_back(BROADCASTDOWN, 0, 0);
+    if (recorder.watch)
+        recorder.watch(BROADCASTDOWN);
 }
 
 void set_clock(std::time_t now)

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <gtest/gtest.h>
 #include <map>
 #include <string>
@@ -35,6 +36,7 @@ struct Recorder {
     std::vector<std::string> localised;  // language 1
     std::vector<std::string> agents;     // "time is up" for other agents
     std::vector<std::string> plain;      // language 0
+    std::function<void(int)> watch;      // told each code as it comes, BROADCASTDOWN too
 };
 extern Recorder recorder;
 

@@ -427,3 +427,28 @@ TEST_F(Schedules, ASpecialDateThatWasMissedOrTakenOutIsNotKept)
     getschlist();
     EXPECT_EQ(engine.SCH_off, 0);
 }
+
+TEST_F(Schedules, ASelfTestThatIsDueStaysUntilTheTimerHasActedOrItIsTakenOut)
+{
+    load("", TODAY);
+    const std::time_t due = local_time(2004, 3, 5, 22, 0, 0);
+    set_clock(due + 1);
+    getschlist();
+    EXPECT_EQ(engine.next_test, due);
+    EXPECT_EQ(setschedule(nullptr, &ein, &eout), 0);
+    getschlist();
+    EXPECT_EQ(engine.next_test, 0);
+}
+
+TEST_F(Schedules, SavingDoesNotTakeAwayWhatAShutdownUnderWayWasChosenFor)
+{
+    load(TUESDAYS);
+    const std::time_t off = engine.SCH_off;
+    engine.ISSHUTTINGDOWN = 1;
+    engine.downreason = WEEKLY;
+    EXPECT_EQ(setschedule(nullptr, &ein, &eout), 0);
+    EXPECT_EQ(engine.SCH_off, off);
+    engine.ISSHUTTINGDOWN = 0;
+    EXPECT_EQ(setschedule(nullptr, &ein, &eout), 0);
+    EXPECT_EQ(engine.SCH_off, 0);
+}

@@ -1,76 +1,14 @@
 // The shutdown timer: which deadline is in force, what is said before it, what happens when it is reached.
-// The timer runs alone here: a command that does not exist only advances it.
-#include "tests/unit/engine_fixture.h"
-
-#include "e_a_event_table.h"
-#include "wp_field.h"
+#include "tests/unit/engine_timer_fixture.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <gmock/gmock.h>
 
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-class EngineTimer : public Engine
-{
-  protected:
-    void SetUp() override
-    {
-        Engine::SetUp();
-        std::copy(DEFAULTEVENTSET.begin(), DEFAULTEVENTSET.end(), events.begin());
-        engine.EVENTLOGENABLED = 1;
-        ups.up.logparam.MaxEventRec = 200;
-        ups.up.logparam.MaxDataRec = 200;
-        ups.ui.CommStatus = COMM_ESTABLISHED;
-        field_set(ups.ui.upsmodel, "ZR900PL");
-        engine.ISSERVERAGLOW = 1;
-        engine.EXPBLIFE = 60;
-        engine.PFAILCOUNT = 30;
-        engine.INTERVAL = 30;
-        engine.SCHCOUNT = 600;
-        engine.TURNOFFDELAY = 600;
-        engine.bBattConnect = 1;
-    }
-
-    int step()
-    {
-        return act(19);
-    }
-
-    void schedule_at(std::time_t off, REASON reason = WEEKLY)
-    {
-        engine.SCH_off = off;
-        engine.SCH_boot = off + 3600;
-        engine.schdownreason = reason;
-    }
-
-    void fail_mains()
-    {
-        engine.just_fail = 1;
-        engine.ACFAIL_off = timenow() + engine.EXPBLIFE;
-        starttimer(&engine.ovaluep, &engine.valuep);
-    }
-
-    /// Steps once a second until the shutdown is under way; the seconds that it took, -1 for none in `limit`.
-    int seconds_to_shutdown(int limit)
-    {
-        for (int second = 0; second <= limit; ++second) {
-            step();
-            if (engine.ISSHUTTINGDOWN != 0)
-                return second;
-            advance(1);
-        }
-        return -1;
-    }
-
-    static bool has_callback(int code)
-    {
-        return std::any_of(recorder.calls.begin(), recorder.calls.end(),
-                           [code](const callback &call) { return std::get<0>(call) == code; });
-    }
-};
 
 // ---- which deadline ----
 
@@ -241,6 +179,24 @@ TEST_F(EngineTimer, AScheduleDueWhileTheLinkIsDownIsDropped)
     step();
     EXPECT_EQ(engine.ISSHUTTINGDOWN, 0);
     EXPECT_EQ(engine.next_off, 0);
+    EXPECT_THAT(logged(), IsEmpty());
+}
+
+TEST_F(EngineTimer, AScheduleDueWithoutALinkIsNotCarriedOutWhenTheLinkIsBack)
+{
+    for (const REASON reason : {SPECIAL, WEEKLY, MONTHLY})
+        for (const int lost : {COMM_LOST, COMM_NOUPS}) {
+            engine.DOWNREACHED = 1;
+            ups.ui.CommStatus = static_cast<std::int8_t>(lost);
+            schedule_at(timenow(), reason);
+            step();
+            EXPECT_EQ(engine.DOWNREACHED, 0);
+            ups.ui.CommStatus = COMM_ESTABLISHED;
+            advance(1);
+            step();
+            EXPECT_EQ(engine.ISSHUTTINGDOWN, 0) << reason;
+            EXPECT_EQ(engine.next_off, 0) << reason;
+        }
     EXPECT_THAT(logged(), IsEmpty());
 }
 
@@ -444,6 +400,30 @@ TEST_F(EngineTimer, IgnoringCallsOffAnotherAgentsShutdownInItsGrace)
     EXPECT_EQ(engine.OTHERAG_off, 0);
     EXPECT_EQ(engine.downreason, NONE);
     EXPECT_EQ(ups.ui.ShutdownS, 0);
+}
+
+// The start of the agent fails with a failed step: a disk that is full must not keep it from starting.
+TEST_F(EngineTimer, AnEventThatCouldNotBeLoggedDoesNotFailTheStep)
+{
+    std::filesystem::create_symlink("/dev/full", LOG_PATH);
+    schedule_at(timenow() + 30);
+    EXPECT_EQ(step(), 0);
+    EXPECT_EQ(engine.HASBGNWEE, 1);
+    advance(30);
+    EXPECT_EQ(step(), 0);
+    EXPECT_EQ(engine.DOWNREACHED, 1);
+}
+
+TEST_F(EngineTimer, ATextThatCouldNotBeSentFailsTheStep)
+{
+    recorder.results[E_CB_MESSAGE] = -1;
+    schedule_at(timenow() + 30);
+    EXPECT_EQ(step(), -1);
+    recorder.results[E_CB_MESSAGE] = 0;
+    recorder.results[E_CB_TIMEISUP] = -1;
+    advance(30);
+    EXPECT_EQ(step(), -1);
+    EXPECT_EQ(engine.ISSHUTTINGDOWN, 1) << "it goes on all the same";
 }
 
 // ---- the grace ----
