@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
 #include <string_view>
 #include <unistd.h>
 
@@ -148,8 +147,7 @@ static int order_clear_datalog(AGENTCMD *, UPS_EIN_DATA *, UPS_EOUT_DATA *)
 
 static int order_clear_eventlog(AGENTCMD *, UPS_EIN_DATA *, UPS_EOUT_DATA *)
 {
-    const int fd = open(Evelogfile, O_RDONLY | O_TRUNC | O_CLOEXEC);
-    const bool cleared = fd != -1 && close(fd) == 0;
+    const bool cleared = truncate(Evelogfile, 0) == 0;
     engine.SHALLCOPY = 1;
     return cleared ? 0 : -1;
 }

@@ -24,7 +24,7 @@
 static std::optional<std::int64_t> announced_for;  // `gracestart` of the shutdown that was announced
 static bool upsordered = false;                    // in that shutdown the unit took its order
 
-static constexpr std::time_t NOTICE_SPACING = 10'000;  // s
+static constexpr std::int64_t NOTICE_SPACING = 10'000'000;  // ms
 static constexpr int NO_RESTART = -1;
 static constexpr char SHUTDOWN_PROGRAM[] = "/sbin/shutdown";
 
@@ -70,8 +70,8 @@ static bool is_grace()
 
 static void give_notice(UPS_EIN_DATA *ein)
 {
-    const std::time_t now = timenow();
-    if (now - engine.lastgracenotice < NOTICE_SPACING)
+    const std::int64_t now = utils_monotonicms();
+    if (engine.lastgracenotice != 0 && now - engine.lastgracenotice < NOTICE_SPACING)
         return;
     engine.lastgracenotice = now;
     const NOTICE notice =

@@ -82,20 +82,47 @@ void tell_user(std::string_view user, std::string_view text)
 // file or folder to append it to.
 static bool is_no_address(std::string_view address)
 {
-    return address.empty() || std::string_view("-|/+&").find(address.front()) != std::string_view::npos;
+    address.remove_prefix(std::min(address.find_first_not_of(" \t"), address.size()));
+    return !address.empty() && std::string_view("-|/+&").find(address.front()) != std::string_view::npos;
+}
+
+// Some of them take a text with commas for several addresses.
+static bool are_addresses(std::string_view addresses)
+{
+    for (;;) {
+        const std::size_t comma = addresses.find(',');
+        if (is_no_address(addresses.substr(0, comma)))
+            return false;
+        if (comma == std::string_view::npos)
+            return true;
+        addresses.remove_prefix(comma + 1);
+    }
+}
+
+// Behind a tilde at the start of a line stands a command to some of them, even in a text that is no
+// dialogue. A translated text may begin with the name that came from the network.
+static std::string without_tildes(std::string_view text)
+{
+    std::string lines;
+    for (const char c : text) {
+        if (c == '~' && (lines.empty() || lines.back() == '\n'))
+            lines += ' ';
+        lines += c;
+    }
+    return lines;
 }
 
 // Some mail programs hand an address with shell characters to the user's shell all the same; they get none.
 void tell_mail(std::string_view address, std::string_view text)
 {
-    if (is_no_address(address)) {
+    if (address.empty() || !are_addresses(address)) {
         ea_error("Not a mail address: " + std::string(address));
         return;
     }
     const std::string to(address);
     PROGRAM program{"/bin/mail", "mail", {to.c_str()}};
     program.noshell = true;
-    deliver(program, text);
+    deliver(program, without_tildes(text));
 }
 
 void run_command(std::string_view command, std::int64_t patience)

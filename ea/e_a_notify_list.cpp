@@ -20,6 +20,7 @@ std::array<std::array<char, TERMINAL_SIZE>, TERMINAL_COUNT> gszUserList{};
 static constexpr char LIST_FILE[] = "/tmp/PROG_NAME.list";
 static constexpr std::size_t LINE_LIMIT = 512;
 static constexpr int PIPE_ROOM = 1 << 20;  // bytes; nobody reads before who has ended
+static constexpr off_t FILE_ROOM = 65536;  // bytes; more than any list
 
 // Where who writes and where its output is read; the same descriptor for a file.
 typedef struct _LISTING {
@@ -27,11 +28,21 @@ typedef struct _LISTING {
     int out;
 } LISTING;
 
+// A file without room for the list, because the disk is full, would lose users unnoticed.
+static bool has_room(int fd)
+{
+    return posix_fallocate(fd, 0, FILE_ROOM) == 0 && ftruncate(fd, 0) == 0;
+}
+
 static LISTING open_file()
 {
     unlink(LIST_FILE);
     const int fd = open(LIST_FILE, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-    return {fd, fd};
+    if (fd < 0 || has_room(fd))
+        return {fd, fd};
+    close(fd);
+    unlink(LIST_FILE);
+    return {-1, -1};
 }
 
 static LISTING open_pipe()

@@ -81,6 +81,16 @@ TEST(Notifications, TheChosenUsersAreToldAndNoNameIsRun)
     EXPECT_FALSE(there("/tmp/PROG_NAME.list"));
 }
 
+TEST(Notifications, ProgramsAreGivenNoDescriptorOfTheDaemons)
+{
+    testbed::write_config(
+        config(" BroadcastType = 3\n"
+               " Command = exec > /tmp/open; for fd in /proc/$$/fd/*; do readlink $fd; done\n"));
+    Daemon daemon(VOLTARIAD);
+    start(daemon);
+    EXPECT_EQ(testbed::read_file("/tmp/open"), "/dev/null\n/tmp/open\n/dev/null\n");
+}
+
 TEST(Notifications, ACommandThatTakesTooLongIsLeftAndReapedAfterItsEnd)
 {
     testbed::write_config(config(" BroadcastType = 0\n"

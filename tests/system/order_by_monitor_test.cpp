@@ -4,6 +4,9 @@
 
 #include "shared_word.h"
 
+#include <algorithm>
+#include <filesystem>
+
 using namespace bed;
 using testbed::Daemon;
 using testbed::Simulator;
@@ -57,6 +60,15 @@ void wait_for_setting(const std::string &line)
                         [&] { return testbed::read_file(CONFIG).find(line) != std::string::npos; });
 }
 
+void wait_for_wall(const std::string &text)
+{
+    testbed::wait_until("wall: " + text, PATIENCE, [&] {
+        const auto calls = testbed::calls_of("wall");
+        return std::any_of(calls.begin(), calls.end(),
+                           [&](const testbed::Call &call) { return call.input == text; });
+    });
+}
+
 // The lines of the event log that name this event.
 int events_logged(int id)
 {
@@ -108,6 +120,17 @@ TEST_F(OrderByMonitor, SwitchesAndTestsReachTheUnitAndTheFile)
     EXPECT_EQ(wait_for_packet(monitor, 31).substr(4, 3), "\x68\x02\x1D");
     monitor.send(packet(20, std::string("\x0A\0\0\0", 4)));
     unit.wait_for_log("rx T\\r", PATIENCE);
+}
+
+TEST_F(OrderByMonitor, AHostileNameIsShownOnTerminalsAsItStandsAndRunsNothing)
+{
+    const TcpClient monitor;
+    for (const std::string name : {"$(touch /pwned)", "`touch /pwned`", "; touch /pwned"}) {
+        monitor.send(packet(18, down_order(120, name)));
+        wait_for_wall("Receive shutdown Command From Users on " + name + "\n");
+        monitor.send(packet(19, field(name, 16)));
+    }
+    EXPECT_FALSE(std::filesystem::exists("/pwned"));
 }
 
 TEST_F(OrderByMonitor, AShutdownIsAnnouncedAndTakenBack)

@@ -57,6 +57,11 @@ inline std::vector<std::string> lines()
     return all;
 }
 
+// Prints a shell's blocked and ignored signals. By the shell alone: while it waits for a program, it blocks
+// all of them itself.
+inline constexpr char SHOW_SIGNALS[] =
+    "while read -r key value; do case $key in SigBlk:|SigIgn:) echo $value;; esac; done < /proc/$$/status\n";
+
 class Action : public Engine
 {
   protected:

@@ -98,6 +98,46 @@ TEST_F(Action, UserByUserTheTerminalsComeBeforeTheMailAndTheCommandIsLast)
     EXPECT_EQ(logged(), std::vector{0});
 }
 
+// ---- in two languages ----
+
+class Translated : public Action
+{
+  protected:
+    void SetUp() override
+    {
+        Action::SetUp();
+        const std::filesystem::path messages = "/usr/lib/voltaria/locale/ja/LC_MESSAGES";
+        std::filesystem::create_directories(messages);
+        std::filesystem::copy_file(TEXT_CATALOGUE_EUC, messages / "voltariad.mo");
+        user(0, "ann", "a@example.org");
+        testbed::set_logged_in("ann pts/1\n");
+    }
+};
+
+TEST_F(Translated, MailIsInJapaneseAndTerminalsAreToldInEnglish)
+{
+    event(0).MailUser = event(0).BroadcastUser = 1;
+    const std::string mail = "mail a@example.org <\xc9\xfc\xc5\xc5\xa4\xc7\xa4\xb9\n";
+    EXPECT_EQ(told(0), (Lines{"wall <UPS AC Restore\n", mail}));
+    event(0).BroadcastType = 2;
+    EXPECT_EQ(told(0), (Lines{"who", "write ann pts/1 <UPS AC Restore\n", mail}));
+}
+
+TEST_F(Translated, ANameThatATranslationBeginsWithIsNoCommandToMail)
+{
+    UPS_AGENTDOWNINFO order{};
+    AGENTCMD command{DATAID_SHUTDOWN, {&order}};
+    ein.DATA.acp = &command;
+    event(79).BroadcastType = 3;
+    event(79).MailUser = 1;
+    field_set(order.Agent, "~!touch /pwned");
+    EXPECT_EQ(told(79), Lines{"mail a@example.org < ~!touch /pwned"
+                              "\xa4\xab\xa4\xe9\xc4\xe4\xbb\xdf\xcc\xbf\xce\xe1\n"});
+    field_set(order.Agent, "a\n~!touch /p");
+    EXPECT_EQ(told(79), Lines{"mail a@example.org <a?~!touch /p"
+                              "\xa4\xab\xa4\xe9\xc4\xe4\xbb\xdf\xcc\xbf\xce\xe1\n"});
+}
+
 TEST_F(Action, UsersArePickedBySlotWhateverTheirNumberIs)
 {
     userinfo.nusers = 0;
@@ -165,6 +205,15 @@ TEST_F(Action, AGetOfTheEventSettingsBringsItsOwnTables)
     EXPECT_EQ(told(9), Lines{"mail other@example.org <UPS Working SetParameters is changed\n"});
     engine.CURRENTCMD = E_CMD_SETEVENT;
     EXPECT_EQ(told(9), Lines{});
+}
+
+TEST_F(Action, AnEventIsInTheLogBeforeAnybodyIsTold)
+{
+    std::filesystem::remove("/usr/bin/wall");
+    write_file("/usr/bin/wall", "#!/bin/sh\ncp /usr/lib/voltaria/events.log /tmp/at-wall\n");
+    ASSERT_EQ(chmod("/usr/bin/wall", 0755), 0);
+    EXPECT_EQ(eventaction(0, &ein, &eout), 0);
+    EXPECT_EQ(read_file("/tmp/at-wall").size(), 44u);
 }
 
 TEST_F(Action, AnEventThatCannotBeLoggedIsActedOnAllTheSame)
@@ -250,8 +299,8 @@ TEST_F(Action, TheCommandStartsWithNothingOfTheDaemons)
     ASSERT_GE(leak, 3);
     const mode_t before = umask(0);
     field_set(event(7).Command,
-              "exec > /tmp/state; umask; pwd; sed -n 's/^Sig\\(Blk\\|Ign\\):.//p' /proc/$$/status; "
-              "ls -l /proc/$$/fd | sed -n 's/.*-> //p'; ps -o sid= -p $$ | grep -c \" *$$\\$\"");
+              std::string("exec > /tmp/state; umask; pwd; ") + SHOW_SIGNALS +
+                  "ls -l /proc/$$/fd | sed -n 's/.*-> //p'; ps -o sid= -p $$ | grep -c \" *$$\\$\"");
     eventaction(7, &ein, &eout);
     umask(before);
     close(leak);

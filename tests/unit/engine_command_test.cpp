@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <sys/stat.h>
 
 static constexpr std::time_t NOW = 1'078'477'622;
 static const std::string ORDERED = "Receive shutdown Command From Users on ";
@@ -411,6 +412,14 @@ TEST_F(Orders, ALogThatCannotBeClearedIsAFailure)
     EXPECT_EQ(engine.SHALLCOPY, 1);
 }
 
+TEST_F(Orders, ALogThatIsAPipeHoldsNobodyUp)
+{
+    ASSERT_EQ(mkfifo(LOG_PATH, 0600), 0);
+    ASSERT_EQ(mkfifo(DATALOG_PATH, 0600), 0);
+    EXPECT_EQ(plain(25), -1);
+    EXPECT_EQ(plain(26), -1);
+}
+
 // ---- the unit's switches
 
 struct switch_row {
@@ -442,6 +451,23 @@ TEST_F(Orders, ASwitchIsRaisedSentAndKept)
         EXPECT_EQ(setting(row.key), row.value) << row.cmd;
     }
     EXPECT_EQ(setting("Group"), "Lab");
+}
+
+TEST_F(Orders, ASwitchIsRaisedBeforeItIsSentAndKeptAfterwards)
+{
+    for (const switch_row &row : SWITCHES) {
+        write_file(CONFIG_PATH, "\n[ UPS ]\n Other = 1\n");
+        std::filesystem::remove(LOG_PATH);
+        ids before;
+        bool kept = true;
+        recorder.watch = [&](int) {
+            before = logged();
+            kept = setting(row.key).has_value();
+        };
+        EXPECT_EQ(plain(row.cmd), 0) << row.cmd;
+        EXPECT_EQ(before, ids{row.event}) << row.cmd;
+        EXPECT_FALSE(kept) << row.cmd;
+    }
 }
 
 TEST_F(Orders, ASwitchThatWasNotSentIsKeptExceptForTheBuzzersOn)
@@ -554,6 +580,30 @@ TEST_F(Orders, ANewBatteryDateIsStoredShownSentAndRaised)
     UPS_TIMEINFO read;
     EXPECT_EQ(getbattime(&read), 0);
     EXPECT_EQ(std::memcmp(&read, &date.BattTime, sizeof read), 0);
+}
+
+TEST_F(Orders, ANewBatteryDateIsStoredBeforeItIsSentAndRaisedAfterwards)
+{
+    BATTCHGTIME date{1, {104, 2, 9, 1, 2, 3, 0}};
+    bool stored = false;
+    ids before{99};
+    recorder.watch = [&](int) {
+        stored = setting("ChangeBattTime").has_value();
+        before = logged();
+    };
+    EXPECT_EQ(command({31, {.bctp = &date}}), 0);
+    EXPECT_TRUE(stored);
+    EXPECT_TRUE(before.empty());
+}
+
+TEST_F(Orders, MonitorsHearOfAnOrderAndOfItsCancelBeforeTheEventIsRaised)
+{
+    std::vector<ids> before;
+    recorder.watch = [&](int) { before.push_back(logged()); };
+    order_down(60);
+    cancel();
+    EXPECT_EQ(before, (std::vector<ids>{{}, {}, {79}, {79}}));
+    EXPECT_EQ(logged(), (ids{79, 21}));
 }
 
 TEST_F(Orders, ADateOfAnyBytesIsStoredWithinItsBounds)

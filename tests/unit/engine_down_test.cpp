@@ -157,6 +157,24 @@ TEST_F(Down, ASecondShutdownSoonAfterGivesNoNotice)
     EXPECT_EQ(recorder.english.size(), 2u);
 }
 
+TEST_F(Down, AClockThatIsSetNeitherSilencesTheNoticeNorRepeatsIt)
+{
+    begin(USER_SPECIFY, 60);
+    step();
+    set_clock(timenow() - 86'400);
+    step();
+    begin(USER_SPECIFY, 60);
+    set_clock(timenow() + 20'000);
+    engine.downpoint = timenow() + 60;
+    step();
+    EXPECT_EQ(recorder.english.size(), 1u);
+    set_clock(timenow() - 100 * 86'400);
+    advance(10'000);
+    begin(USER_SPECIFY, 60);
+    step();
+    EXPECT_EQ(recorder.english.size(), 2u);
+}
+
 TEST_F(Down, WhoeverIgnoresOtherAgentsHasNoGrace)
 {
     begin(AC_FAIL, 120);
@@ -206,6 +224,16 @@ TEST_F(Down, EverybodyIsToldInOrder)
     const std::size_t second = debug.find("Enter shutdown_system(). send shutdown to sys\n");
     EXPECT_LT(first, second);
     EXPECT_NE(second, std::string::npos);
+}
+
+TEST_F(Down, TheUnitIsOrderedOffOnceTheEndIsLoggedAndTheStopComesLast)
+{
+    std::vector<std::pair<int, std::vector<int>>> story;
+    recorder.watch = [&](int code) { story.emplace_back(code, logged()); };
+    EXPECT_EQ(step(), 0);
+    const std::vector<std::pair<int, std::vector<int>>> told = {{E_CB_UPSDOWN, {22}}, {BROADCASTDOWN, {22}}};
+    EXPECT_EQ(story, told);
+    EXPECT_EQ(logged(), (std::vector{22, 8}));
 }
 
 TEST_F(Down, ThisHostsOwnOrderIsNotAnotherAgents)
@@ -296,8 +324,8 @@ TEST_F(Down, AfterAFailedStartTheAgentIsAsItWas)
 
 TEST_F(Down, TheAgentBecomesTheShutdownProgram)
 {
-    put_shutdown_program("#!/bin/sh\nexec > /tmp/state; echo \"$0 $@\"; echo $$; umask; pwd\n"
-                         "sed -n 's/^Sig\\(Blk\\|Ign\\):.//p' /proc/$$/status\nls -l /proc/$$/fd\n");
+    put_shutdown_program(std::string("#!/bin/sh\nexec > /tmp/state; echo \"$0 $@\"; echo $$; umask; pwd\n") +
+                         SHOW_SIGNALS + "ls -l /proc/$$/fd\n");
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {

@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 static constexpr char LIST[] = "/tmp/PROG_NAME.list";
@@ -158,6 +159,16 @@ TEST_F(UserList, WhereTheFileCannotBeMadeTheListComesAllTheSame)
     std::filesystem::remove_all(LIST);
 }
 
+TEST_F(UserList, OnAFullDiskTheListComesAllTheSame)
+{
+    ASSERT_EQ(mount("tmpfs", "/tmp", "tmpfs", 0, "size=8k"), 0);
+    write_file("/tmp/filler", std::string(16384, 'x'));
+    EXPECT_EQ(UpdateUserList("ann"), 1);
+    EXPECT_EQ(terminals(), Lines{"pts/3"});
+    EXPECT_FALSE(std::filesystem::exists(LIST));
+    EXPECT_EQ(umount("/tmp"), 0);
+}
+
 TEST_F(UserList, WhileItIsWrittenItIsItsOwnersOnly)
 {
     const mode_t before = umask(0);
@@ -242,7 +253,9 @@ TEST_F(Action, WhatMailWouldNotTakeForAnAddressIsSentNothing)
 {
     event(0).BroadcastType = 3;
     event(0).MailUser = 1;
-    for (const char *address : {"-s", "--", "|touch /pwned", "/etc/passwd", "+folder", "&x"}) {
+    for (const char *address :
+         {"-s", "--", "|touch /pwned", "/etc/passwd", "+folder", "&x", "a@example.org,|touch /pwned",
+          "a@example.org, /etc/passwd", ",-s", "a@example.org,\t +folder", " |touch /pwned"}) {
         user(0, "ann", address);
         EXPECT_EQ(told(0), Lines{}) << address;
         EXPECT_EQ(error_text(), std::string("Not a mail address: ") + address);
@@ -250,6 +263,8 @@ TEST_F(Action, WhatMailWouldNotTakeForAnAddressIsSentNothing)
     user(0, "ann", "a@example.org, b@example.org");
     EXPECT_EQ(calls_of("mail").size(), 0u);
     EXPECT_EQ(told(0), Lines{"mail a@example.org, b@example.org <UPS AC Restore\n"});
+    user(0, "ann", "a@example.org,");
+    EXPECT_EQ(told(0), Lines{"mail a@example.org, <UPS AC Restore\n"});
 }
 
 TEST_F(Action, MailHasNoShellToRunAnAddressIn)
@@ -263,6 +278,14 @@ TEST_F(Action, MailHasNoShellToRunAnAddressIn)
     EXPECT_EQ(eventaction(0, &ein, &eout), 0);
     EXPECT_EQ(read_file("/tmp/mail"), "/bin/false $(touch /pwned)\nUPS AC Restore\n");
     EXPECT_FALSE(std::filesystem::exists("/pwned"));
+}
+
+// Some mail programs run what stands behind a tilde at the start of a line.
+TEST_F(Action, NoLineOfAMailBeginsWithATilde)
+{
+    tell_begin();
+    tell_mail("a@example.org", "~!touch /pwned\n~~ ~\nplain ~");
+    EXPECT_EQ(calls_of("mail").at(0).input, " ~!touch /pwned\n ~~ ~\nplain ~\n");
 }
 
 TEST_F(Action, AnOptionIsNoUserAndNoTerminal)

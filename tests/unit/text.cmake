@@ -20,3 +20,7 @@ add_custom_command(
 target_sources(text_message_test PRIVATE ${text_mo_utf8} ${text_mo_euc})
 target_compile_definitions(text_message_test PRIVATE TEXT_CATALOGUE_UTF8="${text_mo_utf8}"
                                                      TEXT_CATALOGUE_EUC="${text_mo_euc}")
+
+# The event actions mail a translated text.
+target_sources(engine_action_test PRIVATE ${text_mo_euc})
+target_compile_definitions(engine_action_test PRIVATE TEXT_CATALOGUE_EUC="${text_mo_euc}")
