@@ -37,6 +37,17 @@ static std::int8_t digit_pair(const char *text)
     return static_cast<std::int8_t>((text[0] - '0') * 10 + (text[1] - '0'));
 }
 
+// Looking whether the machine's time zone was changed costs a file look-up and memory: once a minute is
+// enough.
+static void refresh_zone()
+{
+    static std::time_t refreshed = -1;  // minutes since the epoch
+    const std::time_t minute = timenow() / 60;
+    if (minute != refreshed)
+        tzset();
+    refreshed = minute;
+}
+
 // wReserver belongs to the caller and is left alone, except by the all-zero time.
 int gettime(std::time_t t, UPS_TIMEINFO *timeinfo)
 {
@@ -46,7 +57,12 @@ int gettime(std::time_t t, UPS_TIMEINFO *timeinfo)
         *timeinfo = UPS_TIMEINFO{};
         return 0;
     }
-    const char *text = std::ctime(&t);  // "Fri Mar  5 09:07:02 2004\n"
+    refresh_zone();
+    std::tm parts;
+    std::array<char, 64> buffer;
+    if (localtime_r(&t, &parts) == nullptr)
+        return -1;
+    const char *text = asctime_r(&parts, buffer.data());  // "Fri Mar  5 09:07:02 2004\n"
     if (text == nullptr)
         return -1;
     timeinfo->year = static_cast<std::uint8_t>(std::atoi(text + 19) - 1900);
