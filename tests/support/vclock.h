@@ -5,8 +5,10 @@
 //
 // How to write a test:
 //
-//     VirtualClock clock({.start = 1'700'000'000, .zone = "Europe/Berlin"});    // first, it must outlive the
-//     rest testbed::Daemon daemon(bed::VOLTARIAD); testbed::SimulatorOptions options; clock.attach(options);
+//     VirtualClock clock({.start = 1'700'000'000, .zone = "UTC0"});  // first: it must outlive the rest
+//     testbed::Daemon daemon(bed::VOLTARIAD);
+//     testbed::SimulatorOptions options;
+//     clock.attach(options);
 //     clock.attach(daemon);
 //     testbed::Simulator simulator(bed::UPSSIM, options);
 //     daemon.start();                                        // takes no virtual time

@@ -232,6 +232,14 @@ TEST_F(DataLine, ANumberOutOfBoundsIsPassedOver)
     EXPECT_EQ(rec.upsdata.OutPutINT, 120);
 }
 
+TEST_F(DataLine, AValueMayBeThreeHundred)
+{
+    EXPECT_EQ(datalogtoinfo(" 5/ 3/2004  9: 7: 2,300.5,300.7,42,300.1,\n", &rec), -1);
+    EXPECT_EQ(rec.upsdata.InPutINT, 300 % 256);
+    EXPECT_EQ(rec.upsdata.OutPutINT, 300 % 256);
+    EXPECT_EQ(rec.upsdata.Load, 42);
+}
+
 TEST_F(DataLine, NothingIsReadBehindTheEnd)
 {
     for (const char *line : {"", "\n", " 5/", "99999999999999999999999999", "-", "-----------"})

@@ -8,9 +8,19 @@
 #include <cstring>
 #include <filesystem>
 #include <set>
+#include <sys/syscall.h>
+#include <sys/utsname.h>
+#include <unistd.h>
 
 static const std::string STARTED = " 5/ 3/2004  9: 7: 2   7 255                \n";
 static constexpr std::uint32_t UNTOUCHED = 9999;
+
+static bool nameless;  // the host tells no name
+
+extern "C" int uname(utsname *host) noexcept
+{
+    return nameless ? -1 : static_cast<int>(syscall(SYS_uname, host));
+}
 
 class EngineEntry : public Engine
 {
@@ -137,6 +147,23 @@ TEST_F(EngineEntry, RefusedSetsOfEventsAndSchedulesAnswerWithWhatIsInForce)
     EXPECT_EQ(eout.DATA.schlist, nullptr);
 }
 
+// Each call advances the timers: here by a self-test that is due and cannot be started.
+TEST_F(EngineEntry, ATimerStepThatFailsFailsWhateverCallItCameWith)
+{
+    ups.ui.CommStatus = COMM_ESTABLISHED;
+    engine.bBattConnect = 1;
+    engine.renewal = timenow() + 1000;
+    recorder.results[E_CB_SELFTEST] = -1;
+    for (const int cmd : {0, 2, 3, 7, 9, 12, 19, 11}) {
+        engine.next_test = timenow();
+        engine.schtestreason = WEEKLY;
+        EXPECT_EQ(act(cmd), -1) << cmd;
+        EXPECT_EQ(engine.next_test, 0) << cmd;
+        engine.testreason = NONE;
+        EXPECT_EQ(act(0), 0);
+    }
+}
+
 TEST_F(EngineEntry, TheAnswerWordIsTheCallersOwn)
 {
     std::int32_t word = 4711;
@@ -165,7 +192,13 @@ TEST_F(EngineStart, AStartLoadsLogsAndAnnounces)
 
 TEST_F(EngineStart, AnnouncingTheStartComesAfterLoggingIt)
 {
+    std::string log;
+    recorder.watch = [&log](int code) {
+        if (code == E_CB_STATUSCHANGED)
+            log = read_file(LOG_PATH);
+    };
     EXPECT_EQ(act(1), 0);
+    EXPECT_EQ(log, STARTED);
     EXPECT_EQ(std::get<0>(recorder.calls.back()), 8192);
     EXPECT_EQ(recorder.data.back(), nullptr);
 }
@@ -210,6 +243,15 @@ TEST_F(EngineStart, AStartWhoseLogLineIsLostIsAnnouncedAllTheSame)
     EXPECT_EQ(engine.eventlogfailed, 1);
     EXPECT_EQ(std::get<0>(recorder.calls.back()), 8192);
     std::filesystem::remove(LOG_PATH);
+}
+
+TEST_F(EngineStart, AFailedConfigurationFailsTheStart)
+{
+    nameless = true;
+    EXPECT_EQ(act(1), -1);
+    nameless = false;
+    EXPECT_EQ(events[0].EventID, 128);
+    EXPECT_FALSE(std::filesystem::exists(LOG_PATH));
 }
 
 TEST_F(EngineStart, AFailedStatusFillFailsTheStart)

@@ -224,6 +224,13 @@ TEST_F(LengthCheck, AnOverlongLineCountsOncePerBufferful)
     EXPECT_EQ(read_file(LOG_PATH), line_of(1) + line_of(2));
 }
 
+TEST_F(LengthCheck, ABufferTakesSeventyNineBytesOfALine)
+{
+    write_file(LOG_PATH, std::string(79, 'x') + "\n" + line_of(1) + line_of(2));  // 168 bytes: 3 lines
+    EXPECT_EQ(lengthcheck(LOG_PATH, 2, 44), 0);
+    EXPECT_EQ(read_file(LOG_PATH), "\n" + line_of(1) + line_of(2));
+}
+
 TEST_F(LengthCheck, AMissingFileIsAnError)
 {
     EXPECT_EQ(lengthcheck(LOG_PATH, 2, 44), -1);
@@ -294,6 +301,20 @@ TEST_F(LogLine, AFieldOutOfBoundsIsMissingAndTheOthersAreRead)
     EXPECT_EQ(rec.timeinfo.hour, 0);
     EXPECT_EQ(rec.EventId, 7);
     EXPECT_EQ(field_view(rec.AgentName), "host");
+}
+
+TEST_F(LogLine, TheLastNumbersWithinTheBoundsAreTaken)
+{
+    EXPECT_EQ(evelogtoinfo("31/31/2100 23:59:59 999 999            host\n", &rec), 0);
+    EXPECT_EQ(rec.timeinfo.year, 200);
+    EXPECT_EQ(rec.EventId, 999 % 256);
+    EXPECT_EQ(evelogtoinfo(" 5/ 3/1900  9: 7: 2   7 255            host\n", &rec), 0);
+    EXPECT_EQ(rec.timeinfo.year, 0);
+    for (const char *line :
+         {" 5/ 3/2101  9: 7: 2   7 255            host\n", " 5/ 3/1899  9: 7: 2   7 255            host\n",
+          " 5/ 3/2004  9: 7: 21000 255            host\n", " 5/ 3/2004  9: 7: 2   71000            host\n",
+          " 5/ 3/2004  9: 7: 2   7 1000           host\n"})
+        EXPECT_EQ(evelogtoinfo(line, &rec), -1) << line;
 }
 
 TEST_F(LogLine, NothingIsReadBehindTheEnd)

@@ -8,6 +8,8 @@
 #include "wp_field.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <thread>
 
 class Monitor : public Engine
 {
@@ -74,6 +76,25 @@ class Monitor : public Engine
     {
         set_unit(UPSSTAT_NORMAL, 0);
         ASSERT_EQ(pass(), 0);
+    }
+
+    /// A pass during which the command of row `row` of the event table takes `seconds` on every clock.
+    void pass_that_tells(std::size_t row, std::time_t seconds)
+    {
+        static constexpr char TOLD[] = "/tmp/voltaria-told";
+        static constexpr char DONE[] = "/tmp/voltaria-done";
+        std::filesystem::remove(TOLD);
+        std::filesystem::remove(DONE);
+        field_set(events[row].Command, ": >/tmp/voltaria-told; until [ -e /tmp/voltaria-done ]; do :; done");
+        std::thread clock([seconds] {
+            while (!std::filesystem::exists(TOLD))
+                std::this_thread::yield();
+            advance(seconds);
+            write_file(DONE, "");
+        });
+        EXPECT_EQ(pass(), 0);
+        clock.join();
+        field_set(events[row].Command, "");
     }
 
     static long count(int code)

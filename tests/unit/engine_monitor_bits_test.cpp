@@ -152,6 +152,16 @@ TEST_F(MonitorBits, WhatBeginsAtOnceIsToldInAFixedOrder)
     EXPECT_EQ(raised, ids{67});
 }
 
+TEST_F(MonitorBits, MainsThatReturnAreToldBehindTheUnitAndBeforeTheBattery)
+{
+    fail_mains();
+    set_unit(UPSSTAT_NORMAL, UPSBIT_FAULT | UPSBIT_BYPASS | UPSBIT_BATTLOW | UPSBIT_BATTWEAK);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(raised, (ids{77, 67, 0, 128, 68}));
+    EXPECT_EQ(recorder.english.at(0), "UPS AC Restore");
+    EXPECT_EQ(recorder.english.at(1), "UPS Battery Low");
+}
+
 TEST_F(MonitorBits, BitsWithoutAnEventAreOnlyAnnounced)
 {
     set_bits(UPSBIT_CF | UPSBIT_SHUTDOWN | UPSBIT_STANDBY | 1u);
@@ -163,6 +173,7 @@ TEST_F(MonitorBits, BitsWithoutAnEventAreOnlyAnnounced)
 
 TEST_F(MonitorBits, ALowBatteryMakesTheShutdownDueAtOnce)
 {
+    events[0].Shutdown = 0;  // it does not take the event's own shutdown
     advance(30);
     set_bits(UPSBIT_BATTLOW);
     EXPECT_EQ(raised, ids{128});

@@ -138,6 +138,37 @@ TEST_F(MonitorLink, AnotherAgentsOrderIsForgottenWhenTheLinkIsFound)
     expect_called_off(&ENGINE::OTHERAG_off);
 }
 
+// The event goes before the other agent's order is forgotten: a shutdown that it triggers takes that one's
+// place.
+TEST_F(MonitorLink, AShutdownThatTheFoundLinkTriggersIsNotForgotten)
+{
+    lose();
+    begin_shutdown(OTHERAGEDOWN, &ENGINE::OTHERAG_off);
+    engine.DOWNREACHED = 0;
+    events[25].Shutdown = 1;  // "UPS Communication established"
+    connect();
+    EXPECT_EQ(engine.downreason, EVENT_TRIGGER);
+    EXPECT_EQ(engine.next_off, timenow());
+    EXPECT_EQ(engine.OTHERAG_off, timenow() + 100);
+    EXPECT_EQ(engine.ISSHUTTINGDOWN, 1);
+}
+
+TEST_F(MonitorLink, WhatALinkTellsMonitorsHasItsOrder)
+{
+    const std::vector<callback> notice = {
+        {E_CB_MESSAGE, 1, 0}, {E_CB_MESSAGE, 2, 0}, {E_CB_STATUSCHANGED, 0, 0}};
+    std::vector<callback> lost = {{E_CB_SETTINGSCHANGED, 0, 0}};
+    lost.insert(lost.end(), notice.begin(), notice.end());
+    std::vector<callback> found = {{E_CB_SETTINGSCHANGED, 0, 0}, {E_CB_AUTOREBOOT_ON, 0, 0}};
+    found.insert(found.end(), notice.begin(), notice.end());
+    found.emplace_back(E_CB_SETTINGSCHANGED, 0, 0);  // for the bits
+    EXPECT_EQ(pass(), 0);
+    connect(UPSSTAT_ACFAIL, UPSBIT_ACFAIL);
+    EXPECT_EQ(recorder.calls, found);
+    lose();
+    EXPECT_EQ(recorder.calls, lost);
+}
+
 // ---- lost
 
 TEST_F(MonitorLink, ALossIsAnEventOnlyAfterALinkWasThere)
@@ -210,6 +241,24 @@ TEST_F(MonitorLink, ALossCallsOffWhatHangsOnTheUnit)
     }
 }
 
+// What hung on the unit goes before the loss is told, what a user began goes after it.
+TEST_F(MonitorLink, AShutdownThatTheLossTriggersIsNotCalledOff)
+{
+    events[7].Shutdown = 1;  // "UPS communication Lost"
+    connect();
+    begin_shutdown(EVENT_TRIGGER, &ENGINE::EVENTTRIGGER_off);
+    lose();
+    EXPECT_EQ(engine.downreason, EVENT_TRIGGER);
+    EXPECT_EQ(engine.EVENTTRIGGER_off, timenow());
+    EXPECT_EQ(engine.ISSHUTTINGDOWN, 0);
+    connect();
+    engine.downreason = USER_SPECIFY;
+    engine.USR_off = engine.next_off = timenow() + 100;
+    lose();
+    EXPECT_EQ(engine.downreason, EVENT_TRIGGER);
+    EXPECT_EQ(engine.USR_off, timenow() + 100);
+}
+
 TEST_F(MonitorLink, AShutdownForLowBatteryIsLeftToTheShutdownItself)
 {
     connect();
@@ -273,6 +322,30 @@ TEST_F(MonitorLink, ALinkStateThatIsNeitherIsAnnouncedAndNoMore)
     EXPECT_EQ(raised, ids{});
 }
 
+TEST_F(MonitorLink, AFailureThatHasNoCountdownIsToldOnlyOnAnEstablishedLink)
+{
+    connect();
+    fail_mains();
+    engine.ACFAIL_off = 0;
+    set_link(3);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(raised, ids{});
+    set_link(COMM_ESTABLISHED);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(raised, (ids{1, 65}));
+}
+
+TEST_F(MonitorLink, ATestThatEndedWithTheLinkIsToldBehindACodeOfFailure)
+{
+    connect();
+    set_link(3);
+    set_unit(UPSSTAT_ACFAIL, UPSBIT_TESTING);
+    EXPECT_EQ(pass(), 0);
+    ups.ui.sftResUPS.Result = SELFTEST_PASSED;
+    connect();
+    EXPECT_EQ(raised, (ids{1, 2}));
+}
+
 TEST_F(MonitorLink, AnEventThatComesWithTheLossIsNotTold)
 {
     connect();
@@ -280,6 +353,19 @@ TEST_F(MonitorLink, AnEventThatComesWithTheLossIsNotTold)
     set_unit(UPSSTAT_NORMAL, UPSBIT_OVERLOAD | UPSBIT_BYPASS | UPSBIT_ACFAIL);
     EXPECT_EQ(pass(), 0);
     EXPECT_EQ(raised, ids{});
+}
+
+TEST_F(MonitorLink, AFaultThatComesWithoutALinkIsNeverTold)
+{
+    connect();
+    lose();
+    set_unit(UPSSTAT_NORMAL, UPSBIT_FAULT);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(raised, ids{});
+    EXPECT_EQ(count(E_CB_SETTINGSCHANGED), 2);
+    set_link(COMM_ESTABLISHED);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(raised, ids{1});
 }
 
 TEST_F(MonitorLink, ASelfTestCutOffByALossHasNoResult)

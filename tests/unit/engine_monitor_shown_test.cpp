@@ -78,6 +78,14 @@ TEST_F(MonitorShown, NoGraceIsShownWhereOtherAgentsAreIgnored)
     EXPECT_EQ(engine.dispgrace, 0);
 }
 
+TEST_F(MonitorShown, AnOrderOfAnotherAgentThatIsIgnoredFromThisPassOnIsNotShown)
+{
+    write_file(CONFIG_PATH, "\n[ UPS ]\n IgnoreOtherAgentDown = 1\n");
+    set_model("ZR401");
+    EXPECT_EQ(shown_for(OTHERAGEDOWN, &ENGINE::OTHERAG_off), times(0, 0));
+    EXPECT_EQ(ups.up.commparam.bIgnore, 1);
+}
+
 TEST_F(MonitorShown, NothingIsShownForADeadlineThatIsNotSet)
 {
     for (const REASON reason : {USER_SPECIFY, OTHERAGEDOWN, BATT_LOW, EVENT_TRIGGER, SPECIAL})
@@ -105,6 +113,20 @@ TEST_F(MonitorShown, AMainsFailureShowsItsDeadlineAndItsLength)
     EXPECT_EQ(time_of(ups.ui.nextboot), 0);
     EXPECT_EQ(engine.ACFAIL_duration, 7);
     restore_mains();
+    EXPECT_EQ(time_of(ups.ui.nextdown), 0);
+}
+
+TEST_F(MonitorShown, AMainsFailureWithoutADeadlineShowsNothingAndKeepsItsLength)
+{
+    fail_mains();
+    set_unit(UPSSTAT_FAULT, UPSBIT_ACFAIL);
+    EXPECT_EQ(pass(), 0);
+    engine.ACFAIL_off = 0;
+    engine.ACFAIL_duration = 3;
+    advance(7);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(engine.downreason, AC_FAIL);
+    EXPECT_EQ(engine.ACFAIL_duration, 3);
     EXPECT_EQ(time_of(ups.ui.nextdown), 0);
 }
 

@@ -101,6 +101,29 @@ TEST_F(Monitor, ARestartSettingThatChangesReadsTheSchedules)
     EXPECT_EQ(engine.reboot_old, 0);
 }
 
+TEST_F(Monitor, ARestartSettingOfAUnitWithoutTheCommonSwitchReadsNothing)
+{
+    connect();
+    for (const int reboot : {0, 1}) {
+        ups.ui.bAutoReboot = reboot;
+        EXPECT_EQ(pass(), 0);
+        EXPECT_FALSE(schedules_read());
+        EXPECT_EQ(engine.reboot_old, -1);
+    }
+}
+
+TEST_F(Monitor, APassRemembersWhatItSaw)
+{
+    EXPECT_EQ(engine.LASTBATTSTATUS, 1);
+    EXPECT_EQ(engine.reboot_old, -1);
+    ups.ui.BattStatus = 5;
+    connect(UPSSTAT_BYPASS, UPSBIT_BYPASS);
+    EXPECT_EQ(engine.LASTUPSSTAT, UPSSTAT_BYPASS);
+    EXPECT_EQ(engine.LASTBATTSTATUS, 5);
+    EXPECT_EQ(engine.LASTCOMMSTATUS, COMM_ESTABLISHED);
+    EXPECT_EQ(engine.last_u_status, UPSBIT_BYPASS);
+}
+
 TEST_F(Monitor, AnIgnoredOrderOfAnotherAgentStopsThePassBeforeAnythingElse)
 {
     connect();
@@ -164,6 +187,7 @@ TEST_F(Monitor, MainsThatReturnInTimeEndTheCountdown)
     EXPECT_EQ(pass(), 0);
     EXPECT_EQ(raised, ids{});
     EXPECT_EQ(engine.ACFAIL_duration, 59);
+    engine.BATTLOW_off = 5;
     restore_mains();
     EXPECT_EQ(raised, ids{0});
     EXPECT_EQ(recorder.english, texts{"UPS AC Restore"});
@@ -233,8 +257,10 @@ TEST_F(Monitor, ASecondFailureHasItsFullTime)
     advance(40);
     restore_mains();
     advance(100);
+    engine.ACFAIL_duration = 40;
     fail_mains();
     EXPECT_EQ(raised, ids{65});
+    EXPECT_EQ(engine.ACFAIL_duration, 0);
     EXPECT_EQ(engine.ACFAIL_off, 1'078'477'622 + 140 + 60);
     EXPECT_EQ(acfail_elapsed(), 0);
 }
@@ -252,6 +278,22 @@ TEST_F(Monitor, AClockSetDuringAFailureDoesNotDisturbTheTimeOnBattery)
     EXPECT_EQ(acfail_elapsed(), 20);
 }
 
+// Run out, the timer would end the process.
+TEST_F(Monitor, AStopwatchThatNobodyReadsIsKeptFromRunningOut)
+{
+    connect();
+    fail_mains();
+    ups.ui.upsstat = UPSSTAT_NORMAL;
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(pass(), 0);
+        EXPECT_EQ(engine.ACFAIL_off, 0);
+        itimerval left{};
+        ASSERT_EQ(getitimer(ITIMER_REAL, &left), 0);
+        EXPECT_GT(left.it_value.tv_sec, 400'000);
+        advance(400'000);
+    }
+}
+
 TEST_F(Monitor, ALongLifeIsTakenAsASignedSpan)
 {
     connect();
@@ -266,6 +308,26 @@ TEST_F(Monitor, DeadlinesBeyondTheYear2038AreKept)
     connect();
     fail_mains();
     EXPECT_EQ(engine.ACFAIL_off, 4'000'000'060);
+}
+
+// Telling an event may take long; the time is read behind it.
+TEST_F(Monitor, DeadlinesCountFromWhenTheirEventHasBeenTold)
+{
+    const std::time_t start = timenow();
+    connect();
+    set_unit(UPSSTAT_ACFAIL, UPSBIT_ACFAIL);
+    pass_that_tells(8, 20);  // "UPS Ac fail"
+    EXPECT_EQ(engine.ACFAIL_off, start + 20 + 60);
+    set_unit(UPSSTAT_ACFAIL, UPSBIT_ACFAIL | UPSBIT_BATTLOW);
+    pass_that_tells(0, 20);  // "UPS Battery Low"
+    EXPECT_EQ(engine.BATTLOW_off, start + 40);
+    EXPECT_EQ(engine.next_off, start + 40);
+    set_link(COMM_LOST);
+    EXPECT_EQ(pass(), 0);
+    set_link(COMM_ESTABLISHED);
+    set_unit(UPSSTAT_NORMAL, 0);
+    pass_that_tells(25, 20);  // "UPS Communication established"
+    EXPECT_EQ(engine.LASTCOMESTTIME, start + 60);
 }
 
 // ---- what must not be taken for one another

@@ -111,6 +111,7 @@ TEST_F(EngineStatus, TheBatteryDateComesFromTheUnitOrTheFileByModel)
     EXPECT_EQ(date_source("ZM750"), "unit");
     EXPECT_EQ(date_source("ZR401"), "unit");
     EXPECT_EQ(date_source("ZR900P"), "unit");
+    EXPECT_EQ(date_source("ZX100"), "file");
     EXPECT_EQ(date_source("UNKNOWN"), "file");
     EXPECT_EQ(date_source(""), "file");
 }

@@ -173,6 +173,16 @@ TEST_F(UpsControl, SilenceIsNoAgreement)
     EXPECT_EQ(unit->count("C"), 1);
 }
 
+TEST_F(UpsControl, WhatArrivedBeforeAnOrderIsNoReplyToIt)
+{
+    start("ZR900PL");
+    unit->answer("C", {"NAK\r"});
+    unit->send("OK\r");
+    pollfd arrived{upschan.comfd, POLLIN, 0};
+    ASSERT_EQ(poll(&arrived, 1, 5000), 1);
+    EXPECT_EQ(ups_control(&record, UPSCMD_CANCELDOWN), -1);
+}
+
 TEST_F(UpsControl, OlderFamilyIsNotAskedForItsAgreement)
 {
     for (const char *model : {"ZR401", "ZR6020"}) {
@@ -264,6 +274,26 @@ TEST_F(UpsControl, RefusedSelfTestIsNoFailure)
     EXPECT_EQ(ups_selftest(&record), 0);
 }
 
+TEST_F(UpsControl, SelfTestWithoutAReplyFailsAndIsNotRepeated)
+{
+    start("ZR900PL");
+    unit->answer("T", {""});
+    argument({10, 0, 0, 0});
+    EXPECT_EQ(ups_selftest(&record), -1);
+    EXPECT_EQ(unit->count("T"), 1);
+}
+
+TEST_F(UpsControl, LongTestNeedsNoArgument)
+{
+    start("ZR900PL");
+    argument({});
+    EXPECT_EQ(ups_control(&record, UPSCMD_SELFTEST_LONG), 0);
+    EXPECT_THAT(unit->commands(), ElementsAre("AR", "TL", "AC"));
+    unit->clear();
+    EXPECT_EQ(ups_control(&record, UPSCMD_SELFTEST), 0);
+    EXPECT_THAT(unit->commands(), ElementsAre("AR", "AC"));
+}
+
 TEST_F(UpsControl, OlderFamilyKnowsThePlainTestOnly)
 {
     for (const std::uint32_t word : {UPSCMD_SELFTEST, UPSCMD_SELFTEST_LONG}) {
@@ -315,6 +345,13 @@ TEST_F(UpsControl, CancelledTestCountsAsFailed)
     EXPECT_EQ(ups_control(&record, UPSCMD_SELFTEST_CANCEL), -1);
     EXPECT_EQ(ui().sftResUPS.Result, SELFTEST_FAILED);
     EXPECT_NE(ui().sftResUPS.timeinfo.year, 0);
+}
+
+TEST_F(UpsControl, TestCountsAsFailedBeforeItsCancelIsSent)
+{
+    ui().sftResUPS.Result = SELFTEST_PASSED;
+    EXPECT_EQ(ups_control(&record, UPSCMD_SELFTEST_CANCEL), -1);
+    EXPECT_EQ(ui().sftResUPS.Result, SELFTEST_FAILED);
 }
 
 TEST_F(UpsControl, TestThatCannotBeWrittenIsTold)
@@ -502,6 +539,22 @@ TEST_F(UpsControl, OrderToSwitchOffThatCannotBeWrittenIsTold)
     EXPECT_EQ(ups_cancelshutdown(), -1);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "ups_shutdwonups: write: Input/output error\nups_shutdwonups: write: Input/output error\n");
+}
+
+// Neither is the order itself tried behind a switch of the restart that could not be written.
+TEST_F(UpsControl, EachFormOfTheOrderThatCannotBeWrittenIsToldOnce)
+{
+    const std::string told = "ups_shutdwonups: write: Input/output error\n";
+    ui().ufStatus = UPSFUNCTION_AUTORESTART;
+    for (const std::int32_t last : {600, 0, -1}) {
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(order_down(60, last), -1);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), told) << last;
+    }
+    upschan.cf.Sfn = 1;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(order_down(60, 0), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), told);
 }
 
 TEST_F(UpsControl, CancellingDoesNotReadAReply)
