@@ -6,6 +6,7 @@
 #include "agent_daemon_buffer.h"
 #include "agent_daemon_text.h"
 #include "agent_net.h"
+#include "e_a.h"
 #include "shared_word.h"
 #include "wp_field.h"
 #include "wp_strings.h"

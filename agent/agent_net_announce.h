@@ -11,6 +11,3 @@ int net_broadcastdown2monitor(AGENT *ag);
 
 /// Orders the other agents of the group to shut down. 0, or -1.
 int net_broadcastdown2agent(AGENT *ag);
-
-/// Three rounds of both, other agents being ordered down only by a server agent.
-void net_broadcastdown(AGENT *ag);

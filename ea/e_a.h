@@ -20,6 +20,7 @@ int Event_CallBack(int code, void *data, int arg, int value);
 
 typedef struct _AGENT AGENT;
 
-/// Tells monitors and other agents that this agent goes down. The second way out of the engine, used once, at
-/// the very end of a shutdown. Provided by the agent process.
+/// Tells monitors and other agents that this agent goes down: three rounds, other agents being ordered down
+/// only by a server agent. The second way out of the engine, used at the very end of a shutdown. Provided by
+/// the agent process.
 void net_broadcastdown(AGENT *ag);
