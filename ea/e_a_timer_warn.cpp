@@ -121,8 +121,8 @@ static OUTCOME warn_acfail(const PASS &pass)
         raise(EVENT_ACFAIL_RUNOUT, pass);
         return {true, {}};
     }
-    if (engine.ACFAIL_off - pass.now > span(engine.PFAILCOUNT) || !is_linkup(pass.eout->DATA.upsinfop) ||
-        !is_time_again(pass, span(engine.INTERVAL)))
+    if (engine.ACFAIL_off - pass.now > static_cast<std::time_t>(engine.PFAILCOUNT) ||
+        !is_linkup(pass.eout->DATA.upsinfop) || !is_time_again(pass, span(engine.INTERVAL)))
         return {};
     const std::time_t remaining = pass.grace + engine.ACFAIL_off - pass.now;
     return {false, notice_compose("UPS Ac fail, System will be shut down in %d minute(s) and %d second(s).",

@@ -100,6 +100,15 @@ TEST_F(EngineTimer, IgnoringOtherAgentsLeavesTheGraceOutOfTheWarnings)
               "UPS Ac fail, System will be shut down in 0 minute(s) and 30 second(s).");
 }
 
+TEST_F(EngineTimer, AFirstWarningBehindTheWholeTimeOnBatteryWarnsFromTheBegin)
+{
+    engine.PFAILCOUNT = static_cast<std::uint32_t>(60 - 120);
+    fail_mains();
+    step();
+    EXPECT_THAT(recorder.english,
+                ElementsAre("UPS Ac fail, System will be shut down in 1 minute(s) and 0 second(s)."));
+}
+
 TEST_F(EngineTimer, SettingTheClockDoesNotDisturbTheTimeOnBattery)
 {
     for (const std::time_t shift : {7200, -7200, 86400 * 400}) {
