@@ -183,10 +183,12 @@ static bool failed_connection(int error)
     }
 }
 
-// So that a monitor that lost its power frees its slot.
-static void keep_alive(int sockfd)
+// So that a monitor that lost its power frees its slot, and that a second notice does not wait for the first
+// to be acknowledged.
+static void set_options(int sockfd)
 {
     const int on = 1;
+    setsockopt(sockfd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     setsockopt(sockfd, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
     setsockopt(sockfd, IPPROTO_TCP, TCP_KEEPIDLE, &KEEPALIVE_IDLE, sizeof KEEPALIVE_IDLE);
     setsockopt(sockfd, IPPROTO_TCP, TCP_KEEPINTVL, &KEEPALIVE_STEP, sizeof KEEPALIVE_STEP);
@@ -208,7 +210,7 @@ static void accept_clients(AGENT *ag, const WATCHED &watched)
             printf1("daemon_doagent: accept\n");
             net_netexit(ag);
         }
-        keep_alive(sockfd);
+        set_options(sockfd);
         clients_register(&ag->agnet, sockfd, peer);
     }
 }
