@@ -14,7 +14,6 @@
 #include <optional>
 #include <random>
 #include <sched.h>
-#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -28,7 +27,6 @@ using Duration = VirtualClock::Duration;
 static constexpr auto QUICK = std::chrono::microseconds(200);  // between two rounds while things happen
 static constexpr auto SLOW = std::chrono::milliseconds(1);
 static constexpr int ROUNDS_BEFORE_SLOW = 20;
-static constexpr int HIGHEST_PRIORITY = -20;
 
 struct Scripted {
     vclock::Nanoseconds when;
@@ -43,7 +41,6 @@ struct VirtualClock::State {
     std::optional<std::string> old_zone;
     std::string zone;
     cpu_set_t old_processors{};
-    int old_priority = 0;
     std::atomic<bool> ending = false;
     std::thread server;
 
@@ -65,12 +62,11 @@ static void set_zone(const std::optional<std::string> &zone)
 }
 
 // Only one process works at a time, so one processor is enough, and handing on is much cheaper within one.
-// The priority, where it may be had, keeps a busy machine from taking its turn between any two of our steps.
-// Both pass on to the processes that the test starts.
-static void prefer_one_processor(cpu_set_t &old_processors, int &old_priority)
+// It passes on to the processes that the test starts. Their priority stays as it is: tests that run in real
+// time beside this one need the machine too.
+static void prefer_one_processor(cpu_set_t &old_processors)
 {
     CPU_ZERO(&old_processors);
-    old_priority = getpriority(PRIO_PROCESS, 0);
     if (sched_getaffinity(0, sizeof old_processors, &old_processors) != 0)
         return;
     std::vector<int> allowed;
@@ -81,14 +77,12 @@ static void prefer_one_processor(cpu_set_t &old_processors, int &old_priority)
     CPU_ZERO(&one);
     CPU_SET(allowed[static_cast<std::size_t>(std::random_device()()) % allowed.size()], &one);
     sched_setaffinity(0, sizeof one, &one);
-    setpriority(PRIO_PROCESS, 0, HIGHEST_PRIORITY);
 }
 
-static void take_any_processor(const cpu_set_t &old_processors, int old_priority)
+static void take_any_processor(const cpu_set_t &old_processors)
 {
     if (CPU_COUNT(&old_processors) > 0)
         sched_setaffinity(0, sizeof old_processors, &old_processors);
-    setpriority(PRIO_PROCESS, 0, old_priority);
 }
 
 VirtualClock::VirtualClock(const ClockOptions &options) : state_(std::make_unique<State>(options))
@@ -96,7 +90,7 @@ VirtualClock::VirtualClock(const ClockOptions &options) : state_(std::make_uniqu
     if (const char *zone = std::getenv("TZ"))
         state_->old_zone = zone;
     set_zone(options.zone);
-    prefer_one_processor(state_->old_processors, state_->old_priority);
+    prefer_one_processor(state_->old_processors);
     state_->server = std::thread([state = state_.get()] { state->serve(); });
 }
 
@@ -104,7 +98,7 @@ VirtualClock::~VirtualClock()
 {
     state_->ending = true;
     state_->server.join();
-    take_any_processor(state_->old_processors, state_->old_priority);
+    take_any_processor(state_->old_processors);
     set_zone(state_->old_zone);
 }
 

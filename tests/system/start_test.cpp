@@ -278,8 +278,11 @@ TEST(Start, DescriptorsThatTheLauncherHadOpenDoNotReachTheDaemon)
     Daemon daemon(VOLTARIAD);
     daemon.start();
     EXPECT_EQ(testbed::descriptor_target(daemon.agent_pid(), 200), "");
-    // Console three times, UDP socket, two listeners, four pipe ends; the shared block has none.
-    EXPECT_EQ(open_descriptors(daemon.agent_pid()), 10);
+    // Console three times, UDP socket, two listeners, four pipe ends; the shared block has none. While users
+    // are told of the start there are more for a moment.
+    testbed::wait_until(
+        "ten descriptors", PATIENCE, [&] { return open_descriptors(daemon.agent_pid()) == 10; },
+        [&] { return std::to_string(open_descriptors(daemon.agent_pid())); });
     close(high);
     close(extra);
 }
