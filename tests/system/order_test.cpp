@@ -1,7 +1,6 @@
-// What passes between the two processes besides the status record. Orders to a unit of the older family,
-// which answers none of them: each must have left the port before the next command flushes it. The command
-// words are put into the daemon's own pipe, faster than the agent process would send them. And the other way
-// round, that a change of the status gets the agent process to look at once.
+// Orders to a unit of the older family, which answers none of them: each must have left the port before the
+// next command flushes it. The command words are put into the daemon's own pipe, faster than the agent
+// process would send them.
 #include "bed.h"
 
 #include "agent_daemon_channel.h"
@@ -11,7 +10,6 @@
 #include <fcntl.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
-#include <thread>
 #include <unistd.h>
 
 using namespace bed;
@@ -59,14 +57,6 @@ long lines_with(const Simulator &unit, const std::string &text)
     for (std::size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1))
         ++count;
     return count;
-}
-
-// How often the process has gone to wait.
-long waits(pid_t pid)
-{
-    const std::string text = testbed::read_file("/proc/" + std::to_string(pid) + "/status");
-    const std::string key = "\nvoluntary_ctxt_switches:";
-    return std::stol(text.substr(text.find(key) + key.size()));
 }
 
 class Orders : public testing::Test
@@ -127,33 +117,4 @@ TEST_F(Orders, BackToBackAreAllHeard)
     send(UPSCMD_LEVEL_B);
     unit.wait_for_log("rx VB", PATIENCE);
     EXPECT_EQ(lines_with(unit, " rx S10R0060\\r"), 8);
-}
-
-// The passes and the agent's own turns are a second apart each. A byte sent half a second after a pass brings
-// the agent's turns between the passes, so that only the pass itself can wake it at the time of the next one.
-TEST_F(Orders, AgentWakesWithTheStatusWord)
-{
-    const testbed::SharedBlock shown;
-    const testbed::UdpSocket nudge;
-    const pid_t pid = daemon.agent_pid();
-    const auto change = [&](const char *mains) {
-        const std::uint32_t before = shared_load(shown->ups.upsstat);
-        long idle = 0;
-        unit.command(mains);
-        testbed::wait_until("another status word", PATIENCE, [&] {
-            const long now = waits(pid);
-            if (shared_load(shown->ups.upsstat) != before)
-                return true;
-            idle = now;
-            return false;
-        });
-        return idle;
-    };
-    change("mains fail");
-    for (const char *mains : {"mains return", "mains fail"}) {
-        std::this_thread::sleep_for(500ms);
-        nudge.send("127.0.0.1", testbed::AGENT_UDP_PORT, "?");
-        const long idle = change(mains);
-        EXPECT_TRUE(testbed::eventually(200ms, [&] { return waits(pid) > idle; })) << mains;
-    }
 }
