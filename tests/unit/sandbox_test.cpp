@@ -360,6 +360,15 @@ TEST_P(Sandbox, SanitizerReportFailsTheRun)
     EXPECT_EQ(run("true", {"--sanitizer-logs"}).status, 0);
 }
 
+TEST_P(Sandbox, LeakCheckOfAKilledProcessIsNoReport)
+{
+    const std::string line = "echo '==7==Unable to get registers from thread 5.' > "
+                             "/run/voltaria-test/sanitizer/report.7";
+    EXPECT_EQ(run(line, {"--sanitizer-logs"}).status, 0);
+    EXPECT_EQ(run(line + "; echo leak >> /run/voltaria-test/sanitizer/report.7", {"--sanitizer-logs"}).status,
+              99);
+}
+
 TEST_P(Sandbox, FaultOfADaemonWithoutDescriptorsFailsTheRun)
 {
     const RunResult result =
