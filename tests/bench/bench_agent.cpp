@@ -30,12 +30,25 @@ static std::string status_request()
     return {"\x10\x01\x01\x10\x08\0\0\0", 8};
 }
 
+// The body of the next packet that is no notice.
+static std::string next_answer(const TcpClient &client)
+{
+    for (;;) {
+        const std::string head = client.receive(8, PATIENCE);
+        std::uint32_t length = 0;
+        std::memcpy(&length, head.data() + 4, sizeof length);
+        std::string body = length > 8 ? client.receive(length - 8, PATIENCE) : "";
+        if (head[3] != DATAID_MESSAGE)
+            return body;
+    }
+}
+
 static UPS_UPSINFO ask(const TcpClient &client)
 {
     client.send(status_request());
-    const std::string answer = client.receive(228, PATIENCE);
-    UPS_UPSINFO info;
-    std::memcpy(&info, answer.data() + 8, sizeof info);
+    const std::string answer = next_answer(client);
+    UPS_UPSINFO info{};
+    std::memcpy(&info, answer.data(), std::min(answer.size(), sizeof info));
     return info;
 }
 
