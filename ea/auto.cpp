@@ -35,27 +35,27 @@ typedef struct _DATE {
 } DATE;
 
 // A repeating time.
-typedef struct _TIMESPEC {
+typedef struct _TIMESETS {
     FIELDSET minute;
     FIELDSET hour;
     FIELDSET day;
     FIELDSET month;
     FIELDSET weekday;
-} TIMESPEC;
+} TIMESETS;
 
-typedef struct _SPECFIELD {
+typedef struct _TIMEFIELD {
     int min;
     int max;
-    FIELDSET TIMESPEC::*set;
-} SPECFIELD;
+    FIELDSET TIMESETS::*set;
+} TIMEFIELD;
 
 // The fields of a repeating time, in their order in the text.
-static constexpr std::array<SPECFIELD, 5> SPECFIELDS = {{
-    {0, 59, &TIMESPEC::minute},
-    {0, 23, &TIMESPEC::hour},
-    {1, 31, &TIMESPEC::day},
-    {1, 12, &TIMESPEC::month},
-    {0, 6, &TIMESPEC::weekday},
+static constexpr std::array<TIMEFIELD, 5> TIMEFIELDS = {{
+    {0, 59, &TIMESETS::minute},
+    {0, 23, &TIMESETS::hour},
+    {1, 31, &TIMESETS::day},
+    {1, 12, &TIMESETS::month},
+    {0, 6, &TIMESETS::weekday},
 }};
 
 typedef struct _DATEFIELD {
@@ -105,50 +105,50 @@ static bool lists(FIELDSET field, int value)
 }
 
 // Both given: either is enough. "*" alone is not given, and matches only when the other is not given either.
-static bool day_matches(const TIMESPEC &spec, int day, int weekday)
+static bool day_matches(const TIMESETS &times, int day, int weekday)
 {
-    if (spec.day == EVERY)
-        return lists(spec.weekday, weekday);
-    return lists(spec.day, day) || (spec.weekday != EVERY && lists(spec.weekday, weekday));
+    if (times.day == EVERY)
+        return lists(times.weekday, weekday);
+    return lists(times.day, day) || (times.weekday != EVERY && lists(times.weekday, weekday));
 }
 
 // Days from `today`, which is a `weekday`, to the first date that matches, skipping the first `ahead` days;
 // -1 when no date ever matches.
-static int next_day(const TIMESPEC &spec, const DATE &today, int weekday, int ahead)
+static int next_day(const TIMESETS &times, const DATE &today, int weekday, int ahead)
 {
     DATE date = today;
     for (int month = 0; month <= SEARCH_MONTHS; ++month, date = first_of_next_month(date)) {
-        if (!lists(spec.month, date.month))
+        if (!lists(times.month, date.month))
             continue;
         int days = days_btwn(today, date);
         for (int day = date.day; day <= days_in_mon(date.month, date.year); ++day, ++days)
-            if (days >= ahead && day_matches(spec, day, (weekday + days) % 7))
+            if (days >= ahead && day_matches(times, day, (weekday + days) % 7))
                 return days;
     }
     return -1;
 }
 
 // The first listed minute of the day at or after `minute`, -1 when none is left.
-static int next_minute(const TIMESPEC &spec, int minute)
+static int next_minute(const TIMESETS &times, int minute)
 {
     const int hour = minute / HOUR;
-    if (next_ge(hour, spec.hour) == hour && next_ge(minute % HOUR, spec.minute) >= minute % HOUR)
-        return hour * HOUR + next_ge(minute % HOUR, spec.minute);
-    const int later = next_ge(hour + 1, spec.hour);
-    return later > hour && later * HOUR < DAY ? later * HOUR + next_ge(0, spec.minute) : -1;
+    if (next_ge(hour, times.hour) == hour && next_ge(minute % HOUR, times.minute) >= minute % HOUR)
+        return hour * HOUR + next_ge(minute % HOUR, times.minute);
+    const int later = next_ge(hour + 1, times.hour);
+    return later > hour && later * HOUR < DAY ? later * HOUR + next_ge(0, times.minute) : -1;
 }
 
 // Minutes from the local minute `from` to the first one that matches, by a calendar in which every day has 24
 // hours; -1 when none ever does.
-static int next_time(const TIMESPEC &spec, const std::tm &from)
+static int next_time(const TIMESETS &times, const std::tm &from)
 {
     const DATE today = {std::int64_t{from.tm_year} + 1900, from.tm_mon + 1, from.tm_mday};
     const int now = from.tm_hour * HOUR + from.tm_min;
-    const int left = next_minute(spec, now);
-    const int days = next_day(spec, today, from.tm_wday, left >= 0 ? 0 : 1);
+    const int left = next_minute(times, now);
+    const int days = next_day(times, today, from.tm_wday, left >= 0 ? 0 : 1);
     if (days < 0)
         return -1;
-    return days * DAY + (days == 0 ? left : next_minute(spec, 0)) - now;
+    return days * DAY + (days == 0 ? left : next_minute(times, 0)) - now;
 }
 
 // ------------------------------------------------------------------------------------------ real time
@@ -179,7 +179,7 @@ static std::time_t offset_change(std::time_t from, std::time_t to)
     return probe;
 }
 
-static std::time_t first_match(const TIMESPEC &spec, std::time_t now)
+static std::time_t first_match(const TIMESETS &times, std::time_t now)
 {
     std::tm local{};
     std::time_t from = localtime_r(&now, &local) != nullptr ? now - local.tm_sec : now;
@@ -188,7 +188,7 @@ static std::time_t first_match(const TIMESPEC &spec, std::time_t now)
             from += std::max(1, 60 - local.tm_sec);
             continue;
         }
-        const int ahead = next_time(spec, local);
+        const int ahead = next_time(times, local);
         if (ahead < 0)
             return 0;
         const std::time_t found = from + ahead * MINUTE_SECONDS;
@@ -200,22 +200,22 @@ static std::time_t first_match(const TIMESPEC &spec, std::time_t now)
     return 0;
 }
 
-static bool read_spec(const char *text, TIMESPEC &spec)
+static bool read_times(const char *text, TIMESETS &times)
 {
-    for (const SPECFIELD &field : SPECFIELDS) {
-        const bool last = &field == &SPECFIELDS.back();
+    for (const TIMEFIELD &field : TIMEFIELDS) {
+        const bool last = &field == &TIMEFIELDS.back();
         const std::string_view found = take_field(&text, field.min, field.max, last);
         if (found.empty())
             return false;
-        spec.*field.set = field_set(found, field.min, field.max);
+        times.*field.set = field_set(found, field.min, field.max);
     }
     return true;
 }
 
-std::time_t autod(const char *spec)
+std::time_t autod(const char *text)
 {
-    TIMESPEC times{};
-    if (!read_spec(spec, times))
+    TIMESETS times{};
+    if (!read_times(text, times))
         return 0;
     tzset();  // localtime_r alone would not notice that the zone was changed
     return first_match(times, std::time(nullptr));
@@ -236,10 +236,10 @@ static bool read_date(const char *text, std::tm &date)
     return true;
 }
 
-std::time_t specialdayautod(const char *spec)
+std::time_t specialdayautod(const char *text)
 {
     std::tm date{};
-    if (!read_date(spec, date))
+    if (!read_date(text, date))
         return 0;
     date.tm_isdst = -1;
     const std::time_t when = std::mktime(&date);

@@ -11,17 +11,17 @@
 #include <cstdint>
 #include <ctime>
 
-/// The next minute at or after the one that now lies in whose local time matches `spec`: minute, hour, day of
+/// The next minute at or after the one that now lies in whose local time matches `text`: minute, hour, day of
 /// month, month (1-12), day of week (0-6, Sunday 0). Days are matched as cron does: when both day fields are
 /// given, either is enough. Returns the minute's start; 0 when a field is malformed or nothing matches within
 /// nine years.
-std::time_t autod(const char *spec);
+std::time_t autod(const char *text);
 
-/// The local time that `spec` names: minute, hour, day, month (0-11), day of week (ignored), year (since
+/// The local time that `text` names: minute, hour, day, month (0-11), day of week (ignored), year (since
 /// 1900). Of a list or range the first number counts; "*" stands for the day of week only. 0 when that time
 /// is not in the future or a field is malformed. A date that the month does not have is the one as many days
 /// later: 31 April is 1 May.
-std::time_t specialdayautod(const char *spec);
+std::time_t specialdayautod(const char *text);
 
 /// The length of a schedule entry of `type` (1 special date, 2 weekly, 3 monthly) in `*minutes`; always 10
 /// with `flag` 1. Returns 0, or -1, `*minutes` unchanged, when a special date does not end after its start or

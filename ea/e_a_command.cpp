@@ -18,12 +18,6 @@
 
 // ---- a user's shutdown
 
-static bool has_link(const UPS_UPSINFO &info)
-{
-    const std::int8_t link = shared_load(info.CommStatus);
-    return link != COMM_LOST && link != COMM_NOUPS;
-}
-
 // A deadline in force that is earlier stays in force. A negative delay is due now and no earlier: a user's
 // order takes neither the grace nor the place of a shutdown that has begun.
 static void take_deadline(std::int16_t delay)
@@ -38,7 +32,7 @@ static void take_deadline(std::int16_t delay)
 static int order_down(AGENTCMD *acp, UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout)
 {
     UPS_UPSINFO &info = *ein->DATA.upsinfop;
-    if (!has_link(info)) {
+    if (!is_linkup(info)) {
         shared_store(info.CommandDownS, 0);
         return -1;
     }

@@ -42,12 +42,6 @@ int getnetshutdowntime(const UPS_EIN_DATA *ein)
     }
 }
 
-static bool is_linkdown(const UPS_UPSINFO &info)
-{
-    const std::int8_t link = shared_load(info.CommStatus);
-    return link == COMM_LOST || link == COMM_NOUPS;
-}
-
 // The timer reads the schedules again when the link is back.
 static void abandon(UPS_UPSINFO &info)
 {
@@ -85,7 +79,7 @@ static void give_notice(UPS_EIN_DATA *ein)
 // any other reason waits for mains or its user.
 static int restart_time()
 {
-    if (engine.downreason != SPECIAL && engine.downreason != WEEKLY && engine.downreason != MONTHLY)
+    if (!is_scheduled(engine.downreason))
         return NO_RESTART;
     if (engine.DownDuration <= 0)
         return 0;
@@ -175,7 +169,7 @@ int shutdown_system(UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout)
 {
     UPS_UPSINFO &info = *eout->DATA.upsinfop;
     const bool ignoring = eout->DATA.upsconfigp->commparam.bIgnore != 0;
-    if (is_linkdown(info) && engine.downreason != OTHERAGEDOWN) {
+    if (!is_linkup(info) && engine.downreason != OTHERAGEDOWN) {
         abandon(info);
         return 0;
     }

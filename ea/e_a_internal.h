@@ -3,6 +3,7 @@
 #pragma once
 
 #include "e_a.h"
+#include "shared_word.h"
 #include "wp_strings.h"
 
 #include <array>
@@ -90,6 +91,19 @@ inline constexpr std::size_t NAME_SIZE = 100;  // monitor, agent and host names 
 [[nodiscard]] inline std::time_t span(std::uint32_t seconds)
 {
     return static_cast<std::int32_t>(seconds);
+}
+
+/// A shutdown or self-test by schedule.
+[[nodiscard]] inline bool is_scheduled(REASON reason)
+{
+    return reason == SPECIAL || reason == WEEKLY || reason == MONTHLY;
+}
+
+/// Whether the link is neither lost nor without a port.
+[[nodiscard]] inline bool is_linkup(const UPS_UPSINFO &info)
+{
+    const std::int8_t status = shared_load(info.CommStatus);
+    return status != COMM_LOST && status != COMM_NOUPS;
 }
 
 // Kind of a schedule entry, and with it of its text.

@@ -274,7 +274,7 @@ static std::int32_t downduration(const OCCURRENCE &earliest)
 // The unit has not been told yet when to switch off and for how long.
 static bool shutting_down_by_schedule()
 {
-    return engine.ISSHUTTINGDOWN != 0 && engine.downreason >= SPECIAL && engine.downreason <= MONTHLY;
+    return engine.ISSHUTTINGDOWN != 0 && is_scheduled(engine.downreason);
 }
 
 // A special date has no next time once its second has come, and the timer may not have acted on it yet.

@@ -31,7 +31,7 @@ void status_reload(STATUSPASS &pass)
 
 bool status_linkdown(const STATUSPASS &pass)
 {
-    return pass.seen.CommStatus == COMM_LOST || pass.seen.CommStatus == COMM_NOUPS;
+    return !is_linkup(pass.seen);
 }
 
 // A link that is found while mains is failed starts the countdown before the bits are looked at; the bit that

@@ -19,17 +19,6 @@ static constexpr std::int32_t GRACE_LOW = 0;
 static constexpr std::int32_t GRACE_NORMAL = 60;
 static constexpr std::int32_t GRACE_HIGH = 120;
 
-bool is_scheduled(REASON reason)
-{
-    return reason == SPECIAL || reason == WEEKLY || reason == MONTHLY;
-}
-
-bool is_linkup(const UPS_UPSINFO *info)
-{
-    const std::int8_t status = shared_load(info->CommStatus);
-    return status != COMM_LOST && status != COMM_NOUPS;
-}
-
 // After an agent event that cleared the roles the grace stays what it was.
 static void set_grace()
 {
@@ -44,7 +33,7 @@ static void set_grace()
 static void write_datalog(const PASS &pass)
 {
     const UPS_UPSINFO *info = pass.eout->DATA.upsinfop;
-    if (engine.DATALOGENABLED == 0 || !is_linkup(info) || info->upsmodel[0] != 'Z')
+    if (engine.DATALOGENABLED == 0 || !is_linkup(*info) || info->upsmodel[0] != 'Z')
         return;
     if (std::abs(pass.now - engine.lastdatalog) < static_cast<std::time_t>(engine.DLOGINTERVAL))
         return;
@@ -99,7 +88,7 @@ static void reload(const PASS &pass)
 // The schedule of a shutdown that a lost link broke off is read again once the link is back.
 static void resume_after_lost(const PASS &pass)
 {
-    if (engine.SCH_off != 0 || engine.SHUTTINGDOWNINLOST == 0 || !is_linkup(pass.eout->DATA.upsinfop))
+    if (engine.SCH_off != 0 || engine.SHUTTINGDOWNINLOST == 0 || !is_linkup(*pass.eout->DATA.upsinfop))
         return;
     reload(pass);
     if (engine.SCH_off <= pass.now - SCHEDULE_STALE)
@@ -171,7 +160,7 @@ static void choose_deadline()
 
 static bool test_impossible(const PASS &pass)
 {
-    return !is_linkup(pass.eout->DATA.upsinfop) || pass.now - engine.next_test > SCHEDULE_STALE ||
+    return !is_linkup(*pass.eout->DATA.upsinfop) || pass.now - engine.next_test > SCHEDULE_STALE ||
            engine.ACFAIL_off != 0 || engine.downreason == AC_FAIL || engine.bBattConnect == 0;
 }
 

@@ -11,12 +11,6 @@ typedef struct _PASS {
     std::int32_t grace;  // as announced; s
 } PASS;
 
-/// A shutdown by schedule.
-[[nodiscard]] bool is_scheduled(REASON reason);
-
-/// Neither lost nor without a port.
-[[nodiscard]] bool is_linkup(const UPS_UPSINFO *info);
-
 /// This host's name, cut to the field. Returns 0, or -1, the field unchanged, when there is none.
 int read_hostname(std::array<char, NAME_SIZE> &name);
 

@@ -85,7 +85,7 @@ static void miss_schedule(const PASS &pass)
 
 static OUTCOME schedule_due(const SCHEDULEWARNING &kind, const PASS &pass)
 {
-    if (!is_linkup(pass.eout->DATA.upsinfop)) {
+    if (!is_linkup(*pass.eout->DATA.upsinfop)) {
         miss_schedule(pass);
         return {};
     }
@@ -103,7 +103,7 @@ static OUTCOME warn_schedule(const PASS &pass)
     engine.lastdowncount = engine.lastschdowncount;
     if (engine.next_off <= pass.now)
         return schedule_due(kind, pass);
-    if (engine.next_off - pass.now > span(engine.SCHCOUNT) || !is_linkup(pass.eout->DATA.upsinfop) ||
+    if (engine.next_off - pass.now > span(engine.SCHCOUNT) || !is_linkup(*pass.eout->DATA.upsinfop) ||
         !is_time_again(pass, engine.scheinterval))
         return {};
     if (engine.*kind.warned == 0)
@@ -122,7 +122,7 @@ static OUTCOME warn_acfail(const PASS &pass)
         return {true, {}};
     }
     if (engine.ACFAIL_off - pass.now > static_cast<std::time_t>(engine.PFAILCOUNT) ||
-        !is_linkup(pass.eout->DATA.upsinfop) || !is_time_again(pass, span(engine.INTERVAL)))
+        !is_linkup(*pass.eout->DATA.upsinfop) || !is_time_again(pass, span(engine.INTERVAL)))
         return {};
     const std::time_t remaining = pass.grace + engine.ACFAIL_off - pass.now;
     return {false, notice_compose("UPS Ac fail, System will be shut down in %d minute(s) and %d second(s).",

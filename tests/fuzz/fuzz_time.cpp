@@ -63,10 +63,10 @@ static void set_clock(std::string_view &input)
 }
 
 // Whether the text is taken field by field as it is split into fields.
-static void check_fields(const std::string &spec, const std::vector<auto_oracle::bounds> &form,
+static void check_fields(const std::string &timetext, const std::vector<auto_oracle::bounds> &form,
                          bool wellformed)
 {
-    const char *text = spec.c_str();
+    const char *text = timetext.c_str();
     bool taken = true;
     for (std::size_t i = 0; i < form.size() && taken; ++i) {
         const bool last = i + 1 == form.size();
@@ -74,19 +74,19 @@ static void check_fields(const std::string &spec, const std::vector<auto_oracle:
         const char *found = next_field(&text, form[i].first, form[i].second, last);
         taken = found != nullptr;
         if (taken)
-            require(text >= before + std::strlen(found) && text <= spec.c_str() + spec.size(),
+            require(text >= before + std::strlen(found) && text <= timetext.c_str() + timetext.size(),
                     "way through a text");
         else
             require(text == before, "a malformed field stays");
     }
-    require(taken == wellformed || spec.size() > 511, "which texts are well formed");
+    require(taken == wellformed || timetext.size() > 511, "which texts are well formed");
 }
 
-static void check_repeating(const std::string &spec)
+static void check_repeating(const std::string &timetext)
 {
-    const auto fields = auto_oracle::fields(spec, auto_oracle::REPEATING);
-    check_fields(spec, auto_oracle::REPEATING, fields.has_value());
-    const std::time_t found = autod(spec.c_str());
+    const auto fields = auto_oracle::fields(timetext, auto_oracle::REPEATING);
+    check_fields(timetext, auto_oracle::REPEATING, fields.has_value());
+    const std::time_t found = autod(timetext.c_str());
     if (!fields || found == 0) {
         require(found == 0, "malformed text");
         require(!fields || !auto_oracle::matches(*fields, auto_oracle::minute_at(clock_now)), "now");
@@ -100,11 +100,11 @@ static void check_repeating(const std::string &spec)
         require(!auto_oracle::matches(*fields, auto_oracle::minute_at(minute)), "the first match");
 }
 
-static void check_special(const std::string &spec)
+static void check_special(const std::string &timetext)
 {
-    const auto fields = auto_oracle::fields(spec, auto_oracle::SPECIAL);
-    check_fields(spec, auto_oracle::SPECIAL, fields.has_value());
-    const std::time_t found = specialdayautod(spec.c_str());
+    const auto fields = auto_oracle::fields(timetext, auto_oracle::SPECIAL);
+    check_fields(timetext, auto_oracle::SPECIAL, fields.has_value());
+    const std::time_t found = specialdayautod(timetext.c_str());
     require(found == 0 || (fields && found > clock_now), "a special date");
     if (found == 0)
         return;
@@ -137,8 +137,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     std::string_view input(reinterpret_cast<const char *>(data), size);
     set_clock(input);
     check_length(input);
-    const std::string spec(input.substr(0, input.find('\0')));
-    check_repeating(spec);
-    check_special(spec);
+    const std::string timetext(input.substr(0, input.find('\0')));
+    check_repeating(timetext);
+    check_special(timetext);
     return 0;
 }

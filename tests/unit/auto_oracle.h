@@ -120,13 +120,13 @@ inline Minute minute_at(std::time_t t)
             byte(local.tm_wday)};
 }
 
-inline bool matches(const std::vector<Field> &spec, const Minute &at)
+inline bool matches(const std::vector<Field> &wanted, const Minute &at)
 {
-    if (!spec[0].listed[at.minute] || !spec[1].listed[at.hour] || !spec[3].listed[at.month])
+    if (!wanted[0].listed[at.minute] || !wanted[1].listed[at.hour] || !wanted[3].listed[at.month])
         return false;
-    if (spec[2].given && spec[4].given)
-        return spec[2].listed[at.day] || spec[4].listed[at.weekday];
-    return spec[2].listed[at.day] && spec[4].listed[at.weekday];
+    if (wanted[2].given && wanted[4].given)
+        return wanted[2].listed[at.day] || wanted[4].listed[at.weekday];
+    return wanted[2].listed[at.day] && wanted[4].listed[at.weekday];
 }
 
 }  // namespace auto_oracle

@@ -15,7 +15,7 @@
 using auto_oracle::bounds;
 using auto_oracle::Minute;
 
-static constexpr int SPECS = 3000;
+static constexpr int ROUNDS = 3000;
 static constexpr std::size_t MINUTES = 290 * 1440;
 static constexpr std::time_t FIRST = 1'832'976'000;  // 1 February 2028, 00:00 UTC
 
@@ -41,14 +41,14 @@ static std::string random_list(bounds within)
 }
 
 // Mostly stars for days and months, so that most texts match within hours.
-static std::string random_spec()
+static std::string random_timetext()
 {
-    std::string spec;
+    std::string timetext;
     const std::array<int, 5> stars = {5, 40, 85, 98, 80};  // percent
     for (std::size_t i = 0; i < stars.size(); ++i)
-        spec += (i == 0 ? "" : " ") +
-                (below(100) < stars[i] ? std::string("*") : random_list(auto_oracle::REPEATING[i]));
-    return spec;
+        timetext += (i == 0 ? "" : " ") +
+                    (below(100) < stars[i] ? std::string("*") : random_list(auto_oracle::REPEATING[i]));
+    return timetext;
 }
 
 class AutoWalk : public testing::TestWithParam<const char *>
@@ -97,16 +97,16 @@ class AutoWalk : public testing::TestWithParam<const char *>
         return static_cast<std::size_t>(at - table.data());
     }
 
-    void check(const std::string &spec, std::size_t start)
+    void check(const std::string &timetext, std::size_t start)
     {
-        const auto fields = auto_oracle::fields(spec, auto_oracle::REPEATING);
-        ASSERT_TRUE(fields) << spec;
+        const auto fields = auto_oracle::fields(timetext, auto_oracle::REPEATING);
+        ASSERT_TRUE(fields) << timetext;
         clock_now = start_of(start) + below(60);
-        const std::time_t found = autod(spec.c_str());
+        const std::time_t found = autod(timetext.c_str());
         const std::size_t walked = walk(*fields, start);
         const bool beyond = walked == MINUTES && (found == 0 || found >= start_of(MINUTES));
         EXPECT_TRUE(beyond || found == start_of(walked))
-            << spec << " from " << clock_now << ": " << found << ", not " << start_of(walked);
+            << timetext << " from " << clock_now << ": " << found << ", not " << start_of(walked);
     }
 
     std::vector<Minute> table;
@@ -115,8 +115,8 @@ class AutoWalk : public testing::TestWithParam<const char *>
 
 TEST_P(AutoWalk, TheFirstMatchingMinuteIsFound)
 {
-    for (int i = 0; i < SPECS && !HasFailure(); ++i)
-        check(random_spec(), random_start());
+    for (int i = 0; i < ROUNDS && !HasFailure(); ++i)
+        check(random_timetext(), random_start());
 }
 
 INSTANTIATE_TEST_SUITE_P(Zones, AutoWalk,
@@ -127,22 +127,22 @@ INSTANTIATE_TEST_SUITE_P(Zones, AutoWalk,
                          [](const auto &instance) { return "Zone" + std::to_string(instance.index); });
 
 // Breaks a good text in one place; the second opinion says whether it is still good.
-static std::string damaged(std::string spec)
+static std::string damaged(std::string timetext)
 {
     static const std::string bytes = "0123456789,-* \tx\n/";
-    const std::size_t at = generator() % spec.size();
+    const std::size_t at = generator() % timetext.size();
     const char byte = bytes[generator() % bytes.size()];
     switch (below(3)) {
     case 0:
-        spec[at] = byte;
+        timetext[at] = byte;
         break;
     case 1:
-        spec.insert(at, 1, byte);
+        timetext.insert(at, 1, byte);
         break;
     default:
-        spec.erase(at, 1);
+        timetext.erase(at, 1);
     }
-    return spec;
+    return timetext;
 }
 
 TEST(AutoText, DamagedTextsAreTakenExactlyWhenTheyAreStillWellFormed)
@@ -151,22 +151,22 @@ TEST(AutoText, DamagedTextsAreTakenExactlyWhenTheyAreStillWellFormed)
     generator.seed(4112);
     clock_now = FIRST;
     int good = 0;
-    for (int i = 0; i < SPECS; ++i) {
-        std::string spec = damaged(random_spec());
+    for (int i = 0; i < ROUNDS; ++i) {
+        std::string timetext = damaged(random_timetext());
         while (below(2) == 0)
-            spec = damaged(spec);
-        const bool wellformed = auto_oracle::fields(spec, auto_oracle::REPEATING).has_value();
-        const char *text = spec.c_str();
+            timetext = damaged(timetext);
+        const bool wellformed = auto_oracle::fields(timetext, auto_oracle::REPEATING).has_value();
+        const char *text = timetext.c_str();
         bool taken = true;
         for (std::size_t field = 0; field < 5 && taken; ++field)
             taken = next_field(&text, auto_oracle::REPEATING[field].first,
                                auto_oracle::REPEATING[field].second, field == 4) != nullptr;
-        EXPECT_EQ(taken, wellformed) << spec;
-        EXPECT_TRUE(wellformed || autod(spec.c_str()) == 0) << spec;
+        EXPECT_EQ(taken, wellformed) << timetext;
+        EXPECT_TRUE(wellformed || autod(timetext.c_str()) == 0) << timetext;
         good += wellformed ? 1 : 0;
     }
-    EXPECT_GT(good, SPECS / 10);
-    EXPECT_LT(good, SPECS - SPECS / 10);
+    EXPECT_GT(good, ROUNDS / 10);
+    EXPECT_LT(good, ROUNDS - ROUNDS / 10);
 }
 
 TEST(AutoText, SpecialDatesAreTheTimesThatWereWrittenDown)
@@ -175,15 +175,15 @@ TEST(AutoText, SpecialDatesAreTheTimesThatWereWrittenDown)
     tzset();
     generator.seed(4113);
     clock_now = FIRST;
-    for (int i = 0; i < SPECS; ++i) {
+    for (int i = 0; i < ROUNDS; ++i) {
         const std::time_t when = FIRST - 86'400'000 + static_cast<std::time_t>(generator() % 4'000'000) * 60;
         std::tm local{};
         localtime_r(&when, &local);
-        const std::string spec = std::to_string(local.tm_min) + " " + std::to_string(local.tm_hour) + " " +
-                                 std::to_string(local.tm_mday) + " " + std::to_string(local.tm_mon) + " * " +
-                                 std::to_string(local.tm_year);
+        const std::string timetext = std::to_string(local.tm_min) + " " + std::to_string(local.tm_hour) +
+                                     " " + std::to_string(local.tm_mday) + " " +
+                                     std::to_string(local.tm_mon) + " * " + std::to_string(local.tm_year);
         const bool maybetwice = local.tm_hour == 2;
-        const std::time_t found = specialdayautod(spec.c_str());
-        EXPECT_TRUE(maybetwice || found == (when > clock_now ? when : 0)) << spec << ": " << found;
+        const std::time_t found = specialdayautod(timetext.c_str());
+        EXPECT_TRUE(maybetwice || found == (when > clock_now ? when : 0)) << timetext << ": " << found;
     }
 }

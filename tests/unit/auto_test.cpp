@@ -50,16 +50,16 @@ static std::string text_of(std::time_t t)
 }
 
 // The next time of a repeating text, seen from `now`.
-static std::string next_from(std::time_t now, const char *spec)
+static std::string next_from(std::time_t now, const char *timetext)
 {
     clock_now = now;
-    return text_of(autod(spec));
+    return text_of(autod(timetext));
 }
 
-static std::string special_from(std::time_t now, const char *spec)
+static std::string special_from(std::time_t now, const char *timetext)
 {
     clock_now = now;
-    return text_of(specialdayautod(spec));
+    return text_of(specialdayautod(timetext));
 }
 
 // Tuesday, 10 November 2026, 12:00:30.
@@ -185,12 +185,13 @@ TEST_F(Auto, ListsAndRangesMatchTheirNumbers)
 
 TEST_F(Auto, ARangeFromFiveToTwoWraps)
 {
-    const char *spec = "0 0 * * 5-2";
-    EXPECT_EQ(next_from(utc(2026, 11, 11, 0, 1), spec), "2026-11-13 00:00:00 UTC");  // its own first number
-    EXPECT_EQ(next_from(utc(2026, 11, 13, 0, 1), spec), "2026-11-14 00:00:00 UTC");
-    EXPECT_EQ(next_from(utc(2026, 11, 14, 0, 1), spec), "2026-11-15 00:00:00 UTC");
-    EXPECT_EQ(next_from(utc(2026, 11, 16, 0, 1), spec), "2026-11-17 00:00:00 UTC");
-    EXPECT_EQ(next_from(utc(2026, 11, 17, 0, 1), spec), "2026-11-20 00:00:00 UTC");
+    const char *timetext = "0 0 * * 5-2";
+    EXPECT_EQ(next_from(utc(2026, 11, 11, 0, 1), timetext),
+              "2026-11-13 00:00:00 UTC");  // its own first number
+    EXPECT_EQ(next_from(utc(2026, 11, 13, 0, 1), timetext), "2026-11-14 00:00:00 UTC");
+    EXPECT_EQ(next_from(utc(2026, 11, 14, 0, 1), timetext), "2026-11-15 00:00:00 UTC");
+    EXPECT_EQ(next_from(utc(2026, 11, 16, 0, 1), timetext), "2026-11-17 00:00:00 UTC");
+    EXPECT_EQ(next_from(utc(2026, 11, 17, 0, 1), timetext), "2026-11-20 00:00:00 UTC");
     EXPECT_EQ(next_from(TUESDAY, "0 0 * 12-1 *"), "2026-12-01 00:00:00 UTC");
 }
 
