@@ -6,6 +6,7 @@
 #include "agent_daemon_buffer.h"
 #include "agent_daemon_channel.h"
 #include "agent_daemon_clients.h"
+#include "agent_daemon_engine.h"
 #include "agent_daemon_requests.h"
 #include "agent_main.h"
 #include "agent_net.h"
@@ -26,13 +27,6 @@
 #include <unistd.h>
 #include <utility>
 
-int ein_cmd = 0;
-UPS_EIN_DATA ein{};
-int eout_cmd = 0;
-UPS_EOUT_DATA eout{};
-
-static UPS_USERSINFO loop_users{};  // {0, agent.us}: the users as the engine is handed them each turn
-
 static bool unlock_owed = false;  // this process holds `AGINFO.locked` and has yet to clear it
 
 static constexpr int SELECT_BOUND = 32;       // first argument of select while there are few descriptors
@@ -43,27 +37,11 @@ static constexpr int KEEPALIVE_IDLE = 60;  // s without traffic before a monitor
 static constexpr int KEEPALIVE_STEP = 10;  // s
 static constexpr int KEEPALIVE_TRIES = 6;
 
-static void point_at_shared_status(const AGENT *ag)
-{
-    ein.DATA.upsinfop = eout.DATA.upsinfop = &ag->aip->ups.ui;
-    ein.DATA.upsconfigp = eout.DATA.upsconfigp = &ag->aip->ups.up;
-}
-
-static void point_at_tables(AGENT *ag)
-{
-    loop_users = {0, ag->us.data()};
-    ein.DATA.schlist = eout.DATA.schlist = nullptr;
-    ein.DATA.eu = eout.DATA.eu = {ag->el.data(), &loop_users};
-}
-
 static int raise_agent_event(AGENT *ag, std::int32_t id)
 {
     AGENTEVENT event{id, nullptr};
-    ein_cmd = E_CMD_AGENTEVENT;
-    ein.datatype = E_AGENTEVENT | E_UPSCONFIG | E_UPSTAT;
-    point_at_shared_status(ag);
     ein.DATA.agentevent = &event;
-    const int result = Event_Action(ein_cmd, &ein, &eout_cmd, &eout);
+    const int result = engine_call(ag, E_CMD_AGENTEVENT, E_AGENTEVENT | E_UPSCONFIG | E_UPSTAT);
     ein.DATA.agentevent = nullptr;
     return result;
 }
@@ -89,13 +67,16 @@ void net_netexit(AGENT *ag)
     std::exit(status);
 }
 
+static void no_schedules()
+{
+    ein.DATA.schlist = eout.DATA.schlist = nullptr;
+}
+
 static void start_engine(AGENT *ag)
 {
-    ein_cmd = E_CMD_INIT;
-    ein.datatype = E_UPSTAT | E_UPSCONFIG | E_SCHEDULE | E_EVENTACTION;
-    point_at_shared_status(ag);
-    point_at_tables(ag);
-    const int result = Event_Action(ein_cmd, &ein, &eout_cmd, &eout);
+    no_schedules();
+    engine_tables(ag);
+    const int result = engine_call(ag, E_CMD_INIT, E_UPSTAT | E_UPSCONFIG | E_SCHEDULE | E_EVENTACTION);
     if (result < 0) {
         printf0("daemon_doagent: Event_Action(Init) failed\n");
         std::exit(result);
@@ -104,11 +85,9 @@ static void start_engine(AGENT *ag)
 
 static void run_engine(AGENT *ag)
 {
-    ein_cmd = E_CMD_CHECKSTATUS;
-    ein.datatype = E_UPSTAT;
-    point_at_shared_status(ag);
-    point_at_tables(ag);
-    Event_Action(ein_cmd, &ein, &eout_cmd, &eout);
+    no_schedules();
+    engine_tables(ag);
+    engine_call(ag, E_CMD_CHECKSTATUS, E_UPSTAT);
 }
 
 // The descriptors of one turn. Only those below `bound` are ever looked at.

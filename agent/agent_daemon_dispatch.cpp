@@ -2,6 +2,7 @@
 #include "agent_daemon.h"
 #include "agent_daemon_buffer.h"
 #include "agent_daemon_requests.h"
+#include "agent_net_inquiry.h"
 
 #include <algorithm>
 #include <array>
@@ -29,6 +30,19 @@ static int handle_osinfo(AGENT *ag, int fromtcp)
     return daemon_shutdownups(ag, fromtcp);
 }
 
+// The sub-requests of DataId 24, from 1 on.
+static constexpr std::array SUBREQUESTS = {daemon_geteventlog, daemon_getdatalog, daemon_getschedule,
+                                           daemon_getevents,   daemon_getconfig,  daemon_answernullcloseapp};
+
+static int daemon_command(AGENT *ag)
+{
+    const WIREVIEW data = packet_data();
+    if (data.size() < sizeof(UPS_COMMAND_PACKET))
+        return -1;
+    const std::size_t cmd = data[offsetof(UPS_COMMAND_PACKET, cmd)];
+    return cmd >= 1 && cmd <= SUBREQUESTS.size() ? SUBREQUESTS[cmd - 1](ag) : -1;
+}
+
 static constexpr std::array REQUESTS = {
     REQUEST{DATAID_GETUPSINFO, false, handle<daemon_ansgetupsinfo>},
     REQUEST{DATAID_OSINFO, false, handle_osinfo},
@@ -37,6 +51,7 @@ static constexpr std::array REQUESTS = {
     REQUEST{DATAID_SELFTEST, true, handle<daemon_selftest>},
     REQUEST{DATAID_SELFTEST_LONG, true, handle<daemon_docmd>},
     REQUEST{DATAID_SELFTEST_CANCEL, true, handle<daemon_docmd>},
+    REQUEST{DATAID_PASSWORD, false, daemon_password},
     REQUEST{DATAID_COMMAND, false, handle<daemon_command>},
     REQUEST{DATAID_CLEAR_DATALOG, true, handle<daemon_docmd>},
     REQUEST{DATAID_CLEAR_EVENTLOG, true, handle<daemon_docmd>},
@@ -48,6 +63,14 @@ static constexpr std::array REQUESTS = {
     REQUEST{DATAID_AUTOTEST_OFF, true, handle<daemon_docmd>},
     REQUEST{DATAID_DETECTIONLVL, true, handle<daemon_setupsmodelvl>},
     REQUEST{DATAID_BUZZER_TEST, true, handle<daemon_docmd>},
+    REQUEST{DATAID_SCHEDULES, true, handle<daemon_scheduleset>},
+    REQUEST{DATAID_EVENTS, true, handle<daemon_eventset>},
+    REQUEST{DATAID_CONFIG, true, handle<daemon_configset>},
+    REQUEST{DATAID_PROT2AGENT, false, handle<daemon_prot2agent>},
+    REQUEST{DATAID_PROTECTORCFG, true, handle<daemon_setprotector>},
+    REQUEST{DATAID_GETPROTECTOR, false, handle<daemon_getprotector>},
+    REQUEST{DATAID_GETPRTEVENTLOG, false, handle<daemon_getprteventlog>},
+    REQUEST{DATAID_INQAGENT, false, handle<net_answermonitorinq>},
 };
 
 int daemon_procnetmsg(AGENT *ag, int privileged, int fromtcp)

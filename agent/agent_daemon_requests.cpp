@@ -3,6 +3,7 @@
 
 #include "agent_daemon_buffer.h"
 #include "agent_daemon_clients.h"
+#include "agent_daemon_peer.h"
 #include "agent_daemon_text.h"
 #include "agent_net.h"
 #include "filehandle_battdate.h"
@@ -14,16 +15,9 @@
 
 static constexpr std::uint32_t UPSINFO_ANSWER = PACKET_HEAD_SIZE + sizeof(UPS_UPSINFO);
 static constexpr std::uint32_t OSINFO_LENGTH = PACKET_HEAD_SIZE + sizeof(VTOSINFO);
-static constexpr std::uint8_t SUBREQUEST_NULL = 6;
-static constexpr std::int16_t VERSION_OLD = 0x0110;  // monitors below this know fewer codes
-static constexpr std::int32_t OS_AGENT = 2;          // this agent's own system code
+static constexpr std::int32_t OS_AGENT = 2;  // this agent's own system code
 static constexpr std::int8_t COMID_UNUSED_SENT = static_cast<std::int8_t>(254);  // no port configured
 static constexpr std::int8_t COMID_LOST_SENT = static_cast<std::int8_t>(255);
-
-static bool beMonitorWin110less(const UPS_PACKET_HEAD &head)
-{
-    return head.Version < VERSION_OLD;
-}
 
 static void clear_battery_date(UPS_TIMEINFO &date)
 {
@@ -114,19 +108,6 @@ int daemon_recvsendosinfo(AGENT *ag)
         return -1;
     wire_putosinfo(data, info);
     return net_sendpacketout(ag);
-}
-
-int daemon_command(AGENT *ag)
-{
-    const WIREVIEW data = packet_data();
-    if (data.size() < sizeof(UPS_COMMAND_PACKET))
-        return -1;
-    switch (data[offsetof(UPS_COMMAND_PACKET, cmd)]) {
-    case SUBREQUEST_NULL:
-        return daemon_answernullcloseapp(ag);
-    default:
-        return -1;
-    }
 }
 
 int daemon_answernullcloseapp(AGENT *ag)

@@ -23,8 +23,15 @@ int daemon_selftest(AGENT *ag);
 /// DataIds 21, 22, 25, 26, 28, 29, 32, 33, 35: the orders that carry nothing.
 int daemon_docmd(AGENT *ag);
 
-/// DataId 24: by sub-request.
-int daemon_command(AGENT *ag);
+/// DataId 23: a user proves who he is; answered with his right. Over UDP (`fromtcp` 0) nobody can be told.
+int daemon_password(AGENT *ag, int fromtcp);
+
+/// DataId 24, sub-requests 1 to 5: event log, data log, schedules, event settings and users, configuration.
+int daemon_geteventlog(AGENT *ag);
+int daemon_getdatalog(AGENT *ag);
+int daemon_getschedule(AGENT *ag);
+int daemon_getevents(AGENT *ag);
+int daemon_getconfig(AGENT *ag);
 
 /// DataId 24, sub-request 6: an empty answer.
 int daemon_answernullcloseapp(AGENT *ag);
@@ -37,3 +44,18 @@ int daemon_setbattime(AGENT *ag);
 
 /// DataId 34: the output detection level.
 int daemon_setupsmodelvl(AGENT *ag);
+
+/// DataIds 80, 81, 82: replace the schedules, the event settings and users, the configuration.
+int daemon_scheduleset(AGENT *ag);
+int daemon_eventset(AGENT *ag);
+int daemon_configset(AGENT *ag);
+
+/// DataId 192: another host asks the agent that protects it for time.
+int daemon_prot2agent(AGENT *ag);
+
+/// DataIds 194, 195: sets and tells which agent protects this host.
+int daemon_setprotector(AGENT *ag);
+int daemon_getprotector(AGENT *ag);
+
+/// DataId 197: the event log, for a protector.
+int daemon_getprteventlog(AGENT *ag);

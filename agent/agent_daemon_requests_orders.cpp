@@ -3,11 +3,11 @@
 // date has an answer.
 #include "agent_daemon_requests.h"
 
-#include "agent_daemon.h"
 #include "agent_daemon_buffer.h"
+#include "agent_daemon_engine.h"
+#include "agent_daemon_peer.h"
 #include "agent_daemon_text.h"
 #include "agent_net.h"
-#include "e_a.h"
 #include "shared_word.h"
 #include "wp_field.h"
 #include "wp_strings.h"
@@ -22,7 +22,7 @@ static constexpr std::uint32_t NUMBER_LENGTH = PACKET_HEAD_SIZE + sizeof(std::ui
 static constexpr std::uint32_t BATTIME_LENGTH = PACKET_HEAD_SIZE + sizeof(BATTCHGTIME);
 
 static constexpr std::int16_t VERSION_FIRST = 0x0100;  // monitors that know no battery date of series ZQ
-static constexpr std::int16_t VERSION_OTHERTEXT = 5;   // both bits: texts in another language than Japanese
+static constexpr int TEXTMODE_ORDER = 0;  // names in a shutdown order, unless they are in another language
 static constexpr std::int32_t AGENTEVENT_ORDERSDOWN = 2;  // another agent's order
 
 // The wire's 16-character names.
@@ -30,20 +30,11 @@ typedef std::array<char, 16> NAME16;
 
 // ---- the engine's argument blocks
 
-static void point_at_shared_status(const AGENT *ag)
-{
-    ein.DATA.upsinfop = eout.DATA.upsinfop = &ag->aip->ups.ui;
-    ein.DATA.upsconfigp = eout.DATA.upsconfigp = &ag->aip->ups.up;
-}
-
 // The command lives on the caller's stack, so nothing keeps it afterwards.
 static int order(const AGENT *ag, AGENTCMD command)
 {
-    ein_cmd = E_CMD_DOCOMMAND;
-    ein.datatype = E_UPSCMD;
-    point_at_shared_status(ag);
     ein.DATA.acp = &command;
-    const int result = Event_Action(ein_cmd, &ein, &eout_cmd, &eout);
+    const int result = engine_call(ag, E_CMD_DOCOMMAND, E_UPSCMD);
     ein.DATA.acp = nullptr;
     return result;
 }
@@ -51,11 +42,8 @@ static int order(const AGENT *ag, AGENTCMD command)
 static int tell_agent_order(const AGENT *ag, UPS_AGENTDOWNINFO &info)
 {
     AGENTEVENT event{AGENTEVENT_ORDERSDOWN, &info};
-    ein_cmd = E_CMD_AGENTEVENT;
-    ein.datatype = E_AGENTEVENT;
-    point_at_shared_status(ag);
     ein.DATA.agentevent = &event;
-    const int result = Event_Action(ein_cmd, &ein, &eout_cmd, &eout);
+    const int result = engine_call(ag, E_CMD_AGENTEVENT, E_AGENTEVENT);
     ein.DATA.agentevent = nullptr;
     return result;
 }
@@ -92,7 +80,7 @@ static NAME16 name_from_network(WIREVIEW data, std::size_t at, int mode)
 static UPS_AGENTDOWNINFO downinfo_from_packet()
 {
     const WIREVIEW data = packet_data();
-    const int mode = (packet_head().Version & VERSION_OTHERTEXT) == VERSION_OTHERTEXT ? 2 : 0;
+    const int mode = sends_othertext(packet_head()) ? TEXTMODE_OTHER : TEXTMODE_ORDER;
     UPS_AGENTDOWNINFO info{};
     info.DownId = data[offsetof(UPS_AGENTDOWNINFO, DownId)];
     info.reserved = static_cast<std::int8_t>(data[offsetof(UPS_AGENTDOWNINFO, reserved)]);
