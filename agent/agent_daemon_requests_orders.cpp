@@ -21,7 +21,6 @@ static constexpr std::uint32_t NAME_LENGTH = PACKET_HEAD_SIZE + sizeof(UPS_AGENT
 static constexpr std::uint32_t NUMBER_LENGTH = PACKET_HEAD_SIZE + sizeof(std::uint32_t);
 static constexpr std::uint32_t BATTIME_LENGTH = PACKET_HEAD_SIZE + sizeof(BATTCHGTIME);
 
-static constexpr std::int16_t VERSION_FIRST = 0x0100;  // monitors that know no battery date of series ZQ
 static constexpr int TEXTMODE_ORDER = 0;  // names in a shutdown order, unless they are in another language
 static constexpr std::int32_t AGENTEVENT_ORDERSDOWN = 2;  // another agent's order
 
@@ -63,7 +62,7 @@ static bool is_oldmodel(const AGENT *ag)
 
 static bool knows_battime(const AGENT *ag)
 {
-    return !is_oldmodel(ag) && !(model_begins(ag, "ZQ") && packet_head().Version == VERSION_FIRST);
+    return !is_oldmodel(ag) && !(model_begins(ag, "ZQ") && beMonitorWin110less(packet_head()));
 }
 
 // ---- shutdown
@@ -165,40 +164,12 @@ int daemon_docmd(AGENT *ag)
 
 // ---- the battery-change date
 
-static BATTCHGTIME get_battime(WIREVIEW data)
-{
-    constexpr std::size_t at = offsetof(BATTCHGTIME, BattTime);
-    UPS_TIMEINFO date{};
-    date.year = data[at + offsetof(UPS_TIMEINFO, year)];
-    date.month = static_cast<std::int8_t>(data[at + offsetof(UPS_TIMEINFO, month)]);
-    date.day = static_cast<std::int8_t>(data[at + offsetof(UPS_TIMEINFO, day)]);
-    date.hour = static_cast<std::int8_t>(data[at + offsetof(UPS_TIMEINFO, hour)]);
-    date.minute = static_cast<std::int8_t>(data[at + offsetof(UPS_TIMEINFO, minute)]);
-    date.second = static_cast<std::int8_t>(data[at + offsetof(UPS_TIMEINFO, second)]);
-    date.wReserver = static_cast<std::int16_t>(wire_get16(data, at + offsetof(UPS_TIMEINFO, wReserver)));
-    return {wire_get32(data, offsetof(BATTCHGTIME, uBattStatus)), date};
-}
-
-static void put_battime(WIREBYTES data, const BATTCHGTIME &record)
-{
-    constexpr std::size_t at = offsetof(BATTCHGTIME, BattTime);
-    const UPS_TIMEINFO &date = record.BattTime;
-    wire_put32(data, offsetof(BATTCHGTIME, uBattStatus), record.uBattStatus);
-    wire_put8(data, at + offsetof(UPS_TIMEINFO, year), date.year);
-    wire_put8(data, at + offsetof(UPS_TIMEINFO, month), date.month);
-    wire_put8(data, at + offsetof(UPS_TIMEINFO, day), date.day);
-    wire_put8(data, at + offsetof(UPS_TIMEINFO, hour), date.hour);
-    wire_put8(data, at + offsetof(UPS_TIMEINFO, minute), date.minute);
-    wire_put8(data, at + offsetof(UPS_TIMEINFO, second), date.second);
-    wire_put16(data, at + offsetof(UPS_TIMEINFO, wReserver), date.wReserver);
-}
-
 int daemon_setbattime(AGENT *ag)
 {
     const UPS_PACKET_HEAD head = packet_head();
     if (head.Length != BATTIME_LENGTH || head.DataId != DATAID_SETBATTIME || !knows_battime(ag))
         return -1;
-    BATTCHGTIME date = get_battime(packet_data());
+    BATTCHGTIME date = wire_getbattime(packet_data());
     return order(ag, {DATAID_SETBATTIME, {.bctp = &date}});
 }
 
@@ -217,6 +188,6 @@ int daemon_getbattime(AGENT *ag)
     const WIREBYTES data = packet_answer(ag, DATAID_SETBATTIME, BATTIME_LENGTH);
     if (data.empty())
         return -1;
-    put_battime(data, date);
+    wire_putbattime(data, date);
     return net_sendpacketout(ag);
 }

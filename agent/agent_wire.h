@@ -3,10 +3,13 @@
 #pragma once
 
 #include "wire_records.h"
+#include "wp_field.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <span>
+#include <string_view>
 
 using WIREBYTES = std::span<std::uint8_t>;
 using WIREVIEW = std::span<const std::uint8_t>;
@@ -65,6 +68,26 @@ constexpr void wire_puthead(WIREBYTES bytes, const UPS_PACKET_HEAD &head)
     wire_put32(bytes, 4, head.Length);
 }
 
+/// Copies the text of a char array field, zeros behind it. A field without a NUL goes out as it stands.
+template <std::size_t N>
+inline void wire_putfield(WIREBYTES bytes, std::size_t at, const std::array<char, N> &text)
+{
+    const WIREBYTES to = bytes.subspan(at, N);
+    const std::string_view shown = field_view(text);
+    std::fill(std::copy(shown.begin(), shown.end(), to.begin()), to.end(), std::uint8_t{0});
+}
+
+/// A date in 8 bytes at `at`.
+[[nodiscard]] UPS_TIMEINFO wire_gettime(WIREVIEW bytes, std::size_t at);
+void wire_puttime(WIREBYTES bytes, std::size_t at, const UPS_TIMEINFO &time);
+
+/// Measurements in 16 bytes at `at`.
+void wire_putupsdata(WIREBYTES bytes, std::size_t at, const UPSDATA &data);
+
+/// One record of the event log in 28 bytes, one of the data log in 24, each at `at`.
+void wire_puteventlog(WIREBYTES bytes, std::size_t at, const UPS_EVENTLOGINFO &event);
+void wire_putdatalog(WIREBYTES bytes, std::size_t at, const UPS_DATALOGINFO &record);
+
 /// Decodes the 28 bytes of a VTOSINFO.
 [[nodiscard]] VTOSINFO wire_getosinfo(WIREVIEW bytes);
 
@@ -73,3 +96,30 @@ void wire_putosinfo(WIREBYTES bytes, const VTOSINFO &info);
 
 /// Encodes a status record into 220 bytes.
 void wire_putupsinfo(WIREBYTES bytes, const UPS_UPSINFO &info);
+
+/// A battery-change date, 12 bytes.
+[[nodiscard]] BATTCHGTIME wire_getbattime(WIREVIEW bytes);
+void wire_putbattime(WIREBYTES bytes, const BATTCHGTIME &record);
+
+/// A schedule entry, 20 bytes at `at`. Months stand as they are counted there.
+[[nodiscard]] SCHEDULEINFO wire_getschedule(WIREVIEW bytes, std::size_t at);
+void wire_putschedule(WIREBYTES bytes, std::size_t at, const SCHEDULEINFO &info);
+
+/// One event's settings, 284 bytes at `at`.
+[[nodiscard]] UPS_EVENTINFO wire_getevent(WIREVIEW bytes, std::size_t at);
+void wire_putevent(WIREBYTES bytes, std::size_t at, const UPS_EVENTINFO &event);
+
+/// One notification user, 543 bytes at `at`.
+[[nodiscard]] USERSDATA wire_getuser(WIREVIEW bytes, std::size_t at);
+void wire_putuser(WIREBYTES bytes, std::size_t at, const USERSDATA &user);
+
+/// The working configuration, 872 bytes.
+[[nodiscard]] UPS_PARAM wire_getparam(WIREVIEW bytes);
+void wire_putparam(WIREBYTES bytes, const UPS_PARAM &param);
+
+/// Which agent protects a host, 20 bytes.
+[[nodiscard]] PROTECTORCFG wire_getprotectorcfg(WIREVIEW bytes);
+void wire_putprotectorcfg(WIREBYTES bytes, const PROTECTORCFG &config);
+
+/// A protected host's request for time, 46 bytes.
+[[nodiscard]] UPS_PROTECTORINFO wire_getprotectorinfo(WIREVIEW bytes);

@@ -273,9 +273,8 @@ static int store_group(const UPS_PARAM &req, const UPS_PARAM &live, UPS_UPSINFO 
 }
 
 // The requested value is not taken: whether the unit restarts is settled with the unit itself.
-static int store_autoreboot(UPS_PARAM &live, UPS_UPSINFO &info)
+static int store_autoreboot(std::int32_t now, UPS_UPSINFO &info)
 {
-    const std::int32_t now = shared_load(live.workparam.AutoReboot);
     const char *text = readparam("UPS", "AutoBoot");
     int lost = 0;
     if (text == nullptr || static_cast<std::int32_t>(number(text)) != now)
@@ -285,15 +284,14 @@ static int store_autoreboot(UPS_PARAM &live, UPS_UPSINFO &info)
     return lost;
 }
 
-static int store_comset(const UPS_PARAM &req, UPS_PARAM &live)
+static int store_comset(std::int32_t requested, UPS_PARAM &live)
 {
     const char *text = readparam("UPS", "ComSet");
     const auto stored = static_cast<std::int32_t>(number_or(text, COMSET_AUTO));
     if (text != nullptr && shared_load(live.workparam.ComSet) == stored)
         return 0;
-    std::int32_t value = shared_load(req.workparam.ComSet);
-    if (value > COMSET_LAST || value < COMSET_NOUPS)
-        value = stored;
+    const bool exists = requested >= COMSET_NOUPS && requested <= COMSET_LAST;
+    const std::int32_t value = exists ? requested : stored;
     const char *decimal = value == COMSET_NOUPS ? "-2" : itoc(static_cast<std::uint32_t>(value));
     const int lost = store("UPS", "ComSet", decimal);
     shared_store(live.workparam.ComSet, value);
@@ -313,12 +311,16 @@ static int store_agenttype(const UPS_PARAM &req, UPS_PARAM &live, UPS_UPSINFO &i
     return lost;
 }
 
+// The UPS process writes the port setting and the restart setting too. They are read before the writes, which
+// take long enough for it to come in between: what it finds out meanwhile must not be stored as the request.
 static int store_all(UPS_PARAM &req, UPS_PARAM &live, UPS_UPSINFO &info)
 {
+    const std::int32_t comset = shared_load(req.workparam.ComSet);
+    const std::int32_t autoreboot = shared_load(live.workparam.AutoReboot);
     int lost = store_settings(req, live, info);
     lost += store_group(req, live, info);
-    lost += store_autoreboot(live, info);
-    lost += store_comset(req, live);
+    lost += store_autoreboot(autoreboot, info);
+    lost += store_comset(comset, live);
     lost += store_agenttype(req, live, info);
     return lost;
 }

@@ -157,3 +157,92 @@ TEST(Wire, TheFieldsOfTheStatusRecordCoverAllItsBytes)
     }
     EXPECT_EQ(end, sizeof(UPS_UPSINFO));
 }
+
+// ---- records that are laid out on this host as they are on the wire, so that their bytes can be compared
+
+static BYTES without_zeros(std::size_t count)
+{
+    BYTES bytes(count);
+    for (std::size_t i = 0; i < count; ++i)
+        bytes[i] = static_cast<std::uint8_t>(i % 251 + 1);
+    return bytes;
+}
+
+/// `get` decodes the record byte for byte, from the place it is told and from no other.
+template <typename RECORD, typename GET> static RECORD expect_decoded(GET get, const char *name)
+{
+    constexpr std::size_t AT = 3;
+    const BYTES bytes = without_zeros(sizeof(RECORD) + AT);
+    const RECORD record = get(bytes, AT);
+    EXPECT_EQ(std::memcmp(&record, bytes.data() + AT, sizeof record), 0) << name;
+    return record;
+}
+
+/// `put` encodes it back, between what stands before and behind.
+template <typename RECORD, typename PUT>
+static void expect_encoded(const RECORD &record, PUT put, const char *name)
+{
+    constexpr std::size_t AT = 2;
+    BYTES bytes(AT + sizeof record + 1, 0xEE);
+    put(bytes, AT, record);
+    EXPECT_EQ(std::memcmp(&record, bytes.data() + AT, sizeof record), 0) << name;
+    EXPECT_EQ(bytes[AT - 1], 0xEE) << name;
+    EXPECT_EQ(bytes.back(), 0xEE) << name;
+}
+
+template <typename RECORD, typename GET, typename PUT>
+static void expect_both_ways(GET get, PUT put, const char *name)
+{
+    expect_encoded(expect_decoded<RECORD>(get, name), put, name);
+}
+
+template <typename RECORD, typename PUT> static void expect_sent(PUT put, const char *name)
+{
+    RECORD record;
+    const BYTES bytes = without_zeros(sizeof record);
+    std::memcpy(static_cast<void *>(&record), bytes.data(), sizeof record);
+    expect_encoded(record, put, name);
+}
+
+TEST(Wire, RecordsGoThereAndBackUnchanged)
+{
+    expect_both_ways<UPS_TIMEINFO>(wire_gettime, wire_puttime, "time");
+    expect_both_ways<SCHEDULEINFO>(wire_getschedule, wire_putschedule, "schedule");
+    expect_both_ways<UPS_EVENTINFO>(wire_getevent, wire_putevent, "event");
+    expect_both_ways<USERSDATA>(wire_getuser, wire_putuser, "user");
+    expect_both_ways<BATTCHGTIME>(
+        [](WIREVIEW b, std::size_t at) { return wire_getbattime(b.subspan(at)); },
+        [](WIREBYTES b, std::size_t at, const BATTCHGTIME &r) { wire_putbattime(b.subspan(at), r); },
+        "battery date");
+    expect_both_ways<UPS_PARAM>(
+        [](WIREVIEW b, std::size_t at) { return wire_getparam(b.subspan(at)); },
+        [](WIREBYTES b, std::size_t at, const UPS_PARAM &r) { wire_putparam(b.subspan(at), r); },
+        "configuration");
+    expect_both_ways<PROTECTORCFG>(
+        [](WIREVIEW b, std::size_t at) { return wire_getprotectorcfg(b.subspan(at)); },
+        [](WIREBYTES b, std::size_t at, const PROTECTORCFG &r) { wire_putprotectorcfg(b.subspan(at), r); },
+        "protector");
+    expect_decoded<UPS_PROTECTORINFO>(
+        [](WIREVIEW b, std::size_t at) { return wire_getprotectorinfo(b.subspan(at)); }, "time request");
+    expect_sent<UPS_EVENTLOGINFO>(wire_puteventlog, "event log");
+    expect_sent<UPS_DATALOGINFO>(wire_putdatalog, "data log");
+}
+
+TEST(Wire, NothingBehindAFieldsTextIsSent)
+{
+    UPS_EVENTINFO event{};
+    event.Command.fill('x');
+    event.Command[2] = '\0';
+    BYTES bytes(284, 0xEE);
+    wire_putevent(bytes, 0, event);
+    EXPECT_EQ(BYTES(bytes.begin() + 24, bytes.end()), field("xx", 260));
+    UPS_UPSINFO info{};
+    info.upsmodel.fill('m');
+    info.upsmodel[0] = '\0';
+    info.events[1].AgentName.fill('a');
+    info.events[1].AgentName[15] = '\0';
+    BYTES status(220, 0xEE);
+    wire_putupsinfo(status, info);
+    EXPECT_EQ(BYTES(status.begin() + 36, status.begin() + 68), field("", 32));
+    EXPECT_EQ(BYTES(status.begin() + 172, status.begin() + 188), field(std::string(15, 'a'), 16));
+}
