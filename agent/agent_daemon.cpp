@@ -7,6 +7,7 @@
 #include "agent_daemon_channel.h"
 #include "agent_daemon_clients.h"
 #include "agent_daemon_engine.h"
+#include "agent_daemon_logins.h"
 #include "agent_daemon_requests.h"
 #include "agent_main.h"
 #include "agent_net.h"
@@ -121,17 +122,20 @@ static void gather(const AGENT *ag, WATCHED &watched)
     int entries = 3;  // the pipe, the UDP socket, all listeners together
     for (const NETCLI *client = ag->agnet.clilist; client != nullptr; client = client->next) {
         ++entries;
-        // A monitor that has not taken its answer is not asked for its next request.
-        watch(client_haspending(client) ? watched.writing : watched.reading, client->sockfd);
+        // A monitor that has not taken its answer, or waits for one, is not asked for its next request.
+        if (client_haspending(client))
+            watch(watched.writing, client->sockfd);
+        else if (!login_waits(client))
+            watch(watched.reading, client->sockfd);
     }
     watched.bound = entries < SELECT_BOUND ? SELECT_BOUND : entries + 1;
 }
 
-// Waits at most a second. Returns whether something is ready.
+// Waits at most a second, and not at all while there is a login to check. Returns whether something is ready.
 static bool wait_for_turn(AGENT *ag, WATCHED &watched)
 {
-    timeval second{1, 0};
-    const int ready = select(watched.bound, &watched.reading, &watched.writing, nullptr, &second);
+    timeval limit{logins_ready(&ag->agnet) ? 0 : 1, 0};
+    const int ready = select(watched.bound, &watched.reading, &watched.writing, nullptr, &limit);
     if (ready == -1 && errno != EINTR) {
         printf1("daemon_doagent: select\n");
         net_netexit(ag);
@@ -224,11 +228,13 @@ static int serve_client(AGENT *ag, NETCLI *client, const WATCHED &watched)
         return 0;
     int length = 0;
     const int result = net_readpacketfromtcpsocket(&ag->agnet, client, &length);
-    if (result > 1) {
-        net_forbidagentorder();
-        daemon_procnetmsg(ag, 1, 1);
-    }
-    return result < 0 ? -1 : 0;
+    if (result <= 1)
+        return result < 0 ? -1 : 0;
+    if (login_inhand())
+        return login_hold(client);
+    net_forbidagentorder();
+    daemon_procnetmsg(ag, 1, 1);
+    return 0;
 }
 
 static void serve_clients(AGENT *ag, const WATCHED &watched)
@@ -303,6 +309,7 @@ static void turn(AGENT *ag)
         FD_ZERO(&watched.reading);
     }
     serve_clients(ag, watched);
+    logins_checkone(ag);
     if (something) {
         watch_ups_process(ag, watched);
         serve_tools(ag);

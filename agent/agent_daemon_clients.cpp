@@ -5,6 +5,7 @@
 #include "agent_utils.h"
 
 #include <cerrno>
+#include <cstring>
 #include <new>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -21,14 +22,28 @@ static std::size_t surplus_next = 0;
 
 static constexpr std::int64_t STALL_LIMIT = 5000;  // ms
 
+void wipe_bytes(std::span<std::uint8_t> bytes)
+{
+    if (!bytes.empty())
+        explicit_bzero(bytes.data(), bytes.size());
+}
+
+static void wipe(std::vector<std::uint8_t> &bytes)
+{
+    wipe_bytes(bytes);
+    bytes = std::vector<std::uint8_t>();
+}
+
 static void io_clear(CLIENTIO &io)
 {
     io.headlen = 0;
     io.split = false;
-    io.body = std::vector<std::uint8_t>();  // with its memory: a slot may have held a megabyte
+    wipe(io.body);  // with its memory: a slot may have held a megabyte
     io.out = std::vector<std::uint8_t>();
     io.outsent = 0;
     io.outsince = 0;
+    wipe(io.login);
+    io.ticket = 0;
 }
 
 void clients_reset(NETINFO *netinfo)
@@ -64,6 +79,7 @@ void clients_register(NETINFO *netinfo, int sockfd, const sockaddr_in &addr)
     client.sockfd = sockfd;
     client.addr = addr;
     client.os = 0;
+    client.auth = 0;  // a right belongs to the one who proved it
     io_clear(client_io_p[index]);
     if (index == 0)
         netinfo->clilist = &client;
@@ -131,6 +147,17 @@ NETCLI *client_bysocket(const NETINFO *netinfo, int sockfd)
         if (client->sockfd == sockfd)
             return client;
     return nullptr;
+}
+
+NETCLI *client_bypeer(const NETINFO *netinfo, int sockfd, const sockaddr_in &addr)
+{
+    NETCLI *client = client_bysocket(netinfo, sockfd);
+    return client != nullptr && std::memcmp(&client->addr, &addr, sizeof addr) == 0 ? client : nullptr;
+}
+
+void client_forgetlogin(const NETCLI *client)
+{
+    wipe(client_io(client).login);
 }
 
 bool client_haspending(const NETCLI *client)

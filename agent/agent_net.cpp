@@ -15,6 +15,7 @@
 
 static constexpr std::uint32_t LENGTH_LIMIT = 1024 * 1024;  // longer packets are refused
 static constexpr std::size_t READ_CHUNK = 65536;            // most that one client is read in one turn
+static constexpr std::size_t SMALL_BODY = 1024;             // never moved while it grows
 static constexpr std::uint8_t KEEPALIVE_BYTE = 0xFF;
 
 bool net_checkisvalidpacket(const UPS_PACKET_HEAD &head)
@@ -102,15 +103,18 @@ static void next_packet(CLIENTIO &io)
 {
     io.headlen = 0;
     io.split = false;
+    wipe_bytes(io.body);
     if (io.body.capacity() > READ_CHUNK)
         io.body = std::vector<std::uint8_t>();
     else
         io.body.clear();
 }
 
-static bool append(std::vector<std::uint8_t> &to, std::span<const std::uint8_t> bytes)
+// A body that grew in pieces would leave copies of its first ones behind: a password is too short for that.
+static bool append(std::vector<std::uint8_t> &to, std::span<const std::uint8_t> bytes, std::size_t wanted)
 {
     try {
+        to.reserve(std::min(wanted, SMALL_BODY));
         to.insert(to.end(), bytes.begin(), bytes.end());
         return true;
     } catch (const std::bad_alloc &) {
@@ -126,14 +130,16 @@ static int take_body(const NETCLI *client, CLIENTIO &io, std::size_t wanted)
         std::size_t count = 0;
         const std::size_t room = std::min(wanted - io.body.size(), chunk.size());
         const TAKEN taken = take(client->sockfd, std::span(chunk).first(room), count);
-        if (taken == TAKEN::dead || !append(io.body, std::span(chunk).first(count)))
+        const bool kept = taken != TAKEN::dead && append(io.body, std::span(chunk).first(count), wanted);
+        wipe_bytes(std::span(chunk).first(count));
+        if (!kept)
             return -1;
     }
     return io.body.size() == wanted ? HEADER_COMPLETE : 0;
 }
 
-// The packet of `io` is whole: it becomes the one in hand.
-static int deliver(NETINFO *netinfo, const NETCLI *client, CLIENTIO &io, std::uint32_t length, int *outlen)
+// Makes room for a packet of this client, which its answer will go to.
+static int receive_from(NETINFO *netinfo, const NETCLI *client, std::uint32_t length)
 {
     if (daemon_reallocbuf(length) == -1)
         return -1;
@@ -142,6 +148,22 @@ static int deliver(NETINFO *netinfo, const NETCLI *client, CLIENTIO &io, std::ui
     netinfo->cnc.addr = client->addr;
     netinfo->cnc.os = client->os;
     netinfo->cnc.lang = client->lang;
+    return 0;
+}
+
+int net_takeinhand(NETINFO *netinfo, const NETCLI *client, std::span<const std::uint8_t> packet)
+{
+    if (receive_from(netinfo, client, static_cast<std::uint32_t>(packet.size())) == -1)
+        return -1;
+    std::copy(packet.begin(), packet.end(), packet_bytes().begin());
+    return 0;
+}
+
+// The packet of `io` is whole: it becomes the one in hand.
+static int deliver(NETINFO *netinfo, const NETCLI *client, CLIENTIO &io, std::uint32_t length, int *outlen)
+{
+    if (receive_from(netinfo, client, length) == -1)
+        return -1;
     const auto packet = packet_bytes();
     std::copy(io.head.begin(), io.head.end(), packet.begin());
     std::copy(io.body.begin(), io.body.end(), packet.begin() + PACKET_HEAD_SIZE);

@@ -22,6 +22,9 @@ void net_forbidagentorder();
 /// and the result is its length plus 28. `outlen` receives the packet length, or 0.
 int net_readpacketfromtcpsocket(NETINFO *netinfo, NETCLI *client, int *outlen);
 
+/// Makes a whole packet of this client the one in hand. 0, or -1 when there is no memory for it.
+int net_takeinhand(NETINFO *netinfo, const NETCLI *client, std::span<const std::uint8_t> packet);
+
 /// Sends the packet in the working buffer to where its prefix says. 0, or -1.
 int net_sendpacketout(AGENT *ag);
 

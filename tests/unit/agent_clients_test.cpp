@@ -62,7 +62,7 @@ TEST_F(ClientTable, MonitorsAreListedInTheOrderTheyCame)
     }
 }
 
-TEST_F(ClientTable, RegistrationSetsSocketAndAddressAndClearsTheSystemOnly)
+TEST_F(ClientTable, RegistrationSetsSocketAndAddressAndClearsSystemAndRightOnly)
 {
     for (NETCLI &client : net_client_p) {
         client.auth = 5;
@@ -75,7 +75,7 @@ TEST_F(ClientTable, RegistrationSetsSocketAndAddressAndClearsTheSystemOnly)
     for (const NETCLI &client : {net_client_p[0], net_client_p[1]}) {
         EXPECT_EQ(client.addr.sin_addr.s_addr, htonl(static_cast<std::uint32_t>(client.sockfd)));
         EXPECT_EQ(client.os, 0);
-        EXPECT_EQ(client.auth, 5);
+        EXPECT_EQ(client.auth, 0);
         EXPECT_EQ(client.lang, 7);
         EXPECT_STREQ(client.addrstr.data(), "10.0.0.9");
     }
@@ -210,7 +210,7 @@ TEST_F(ClientTable, RandomComingsAndGoingsMatchTheModel)
             if (used < slots.size() && (used == 0 || random() % 100 < growth)) {
                 add(FAKE_SOCKET + step);
                 slots[used].sockfd = FAKE_SOCKET + step;
-                slots[used].os = 0;
+                slots[used].os = slots[used].auth = 0;
                 ++used;
             } else if (random() % 4 == 0) {
                 const std::size_t i = random() % used;
