@@ -181,6 +181,17 @@ TEST_F(Announcing, LongNamesAreCutToFifteenCharacters)
     expect_monitors_get(bytes_of({.name = "a-server-with-a", .group = "0123456789ABCDE"}));
 }
 
+TEST_F(Announcing, LongJapaneseNamesAreCutToWholeCharacters)
+{
+    std::string name;
+    for (int i = 0; i < 8; ++i)
+        name += "\xC5\xC5";
+    set_text(block.ups.up.commparam.Agent, name);
+    set_text(block.ups.up.commparam.Group, name);
+    EXPECT_EQ(net_announce(&agent), 0);
+    expect_monitors_get(bytes_of({.name = name.substr(0, 14), .group = name.substr(0, 14)}));
+}
+
 TEST_F(Announcing, JapaneseNamesAreAnnouncedAsTheyAreKeptAndTakenDownInShiftJis)
 {
     set_text(block.ups.up.commparam.Agent, "\xC5\xC5\xB8\xBB");  // EUC-JP

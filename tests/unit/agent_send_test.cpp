@@ -2,7 +2,32 @@
 #include "agent_fixture.h"
 #include "agent_net.h"
 
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
 #include <net/if.h>
+#include <string>
+#include <sys/syscall.h>
+
+// The interface request that fails from now on, for one interface; each interface that is asked is noted.
+static unsigned long failing_request = 0;
+static std::string failing_interface;
+static std::string asked_interfaces;
+
+extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
+{
+    va_list arguments;
+    va_start(arguments, request);
+    void *argument = va_arg(arguments, void *);
+    va_end(arguments);
+    if (failing_request != 0 && request == SIOCGIFFLAGS)
+        asked_interfaces += std::string(static_cast<ifreq *>(argument)->ifr_name) + " ";
+    if (request == failing_request && failing_interface == static_cast<ifreq *>(argument)->ifr_name) {
+        errno = ENODEV;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
+}
 
 class Sending : public AgentTest
 {
@@ -276,6 +301,42 @@ TEST_F(Sending, AnInterfaceThatFailsIsTriedAgainInPlaceOfTheLast)
     EXPECT_EQ(occurrences(testing::internal::GetCapturedStderr(), SEND_FAILED), 2U);
     EXPECT_FALSE(readable(peer, 0));
     set_interface_up("eth0", true);
+}
+
+TEST_F(Sending, AnInterfaceWhoseBroadcastAddressCannotBeAskedIsTriedInPlaceOfTheLast)
+{
+    open_agent_udp();
+    const int peer = listen_udp(20004);
+    sockaddr_in to = ip_address(INADDR_BROADCAST, 20004);
+    asked_interfaces.clear();
+    failing_interface = "eth0";
+    failing_request = SIOCGIFBRDADDR;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(net_sendbrdmsgovereachinterface(agent.agnet.ufd, packet(240), &to), 0);
+    failing_request = 0;
+    EXPECT_EQ(occurrences(testing::internal::GetCapturedStderr(),
+                          "net_sendbrdmsgovereachinterface: ioctl(SIOCGIFBRDADDR): "),
+              2U);
+    EXPECT_EQ(asked_interfaces, "lo eth0 eth0 ");
+    EXPECT_FALSE(readable(peer, 0));
+}
+
+TEST_F(Sending, AnInterfaceWhoseFlagsCannotBeAskedIsReportedOnStandardOutput)
+{
+    open_agent_udp();
+    const int peer = listen_udp(20004);
+    sockaddr_in to = ip_address(INADDR_BROADCAST, 20004);
+    asked_interfaces.clear();
+    failing_interface = "eth1";
+    failing_request = SIOCGIFFLAGS;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(net_sendbrdmsgovereachinterface(agent.agnet.ufd, packet(240), &to), 0);
+    failing_request = 0;
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "net_sendbrdmsgovereachinterface: can't get interface(eth1)'s flags\n");
+    EXPECT_EQ(asked_interfaces, "lo eth0 eth1 ");
+    EXPECT_EQ(receive(peer, 8), packet(240));  // over eth0
+    EXPECT_FALSE(readable(peer, 0));
 }
 
 TEST_F(Sending, AFailureOfTheLastInterfaceIsMetOnce)
