@@ -1,8 +1,9 @@
 // Message lookup: the one place that talks to gettext. Called by the start-up and, for every notice, by the
 // event engine. gettext translates nothing in the "C" locale and answers in the locale's character set, so
-// each lookup runs under a locale of its own: C.UTF-8, which the C library has built in, with the catalogue's
-// texts bound to EUC-JP. It holds for this lookup only. The process locale stays "C": dates, character
-// classes and the system's error texts must not change with the machine.
+// each lookup runs under a locale of its own: C.UTF-8, which comes with the C library, with the catalogue's
+// texts bound to EUC-JP. It holds for this lookup only; where it is missing, messages are in English. The
+// process locale stays "C": dates, character classes and the system's error texts must not change with the
+// machine.
 #include "agent_main_message.h"
 
 #include "agent_daemon_text.h"

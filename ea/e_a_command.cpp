@@ -72,8 +72,9 @@ static void drop_deadline(UPS_UPSINFO &info)
     engine.USR_off = 0;
 }
 
-// The monitor's name arrives as a field of the wire, whose NUL may be missing. A notice is converted whole on
-// its way out, so it takes the name as it came: converted twice, half-width katakana would be spoilt.
+// The monitor's name arrives as a field of the wire, whose NUL may be missing. It is kept as monitors read
+// it. A notice is converted whole on its way out, so its name must be the host's, like the translation around
+// it.
 static int order_canceldown(AGENTCMD *acp, UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout)
 {
     const char *field = acp->arg.hp;
@@ -85,7 +86,9 @@ static int order_canceldown(AGENTCMD *acp, UPS_EIN_DATA *ein, UPS_EOUT_DATA *eou
     const std::string_view name(field, strnlen(field, sizeof(UPS_AGENTDOWNINFO::Agent)));
     engine.monitorname.fill('\0');
     JConvForDataOutToNetwork(name, engine.monitorname, 1);
-    notify(text, {notice_arg(name)});
+    std::array<char, 2 * sizeof(UPS_AGENTDOWNINFO::Agent) + 1> host{};
+    shift2euc(field_view(engine.monitorname), host, CODE_SJIS, 0);
+    notify(text, {notice_arg(field_view(host))});
     eventaction(EVENT_CANCELEDBYUSER, ein, eout);
     engine.bShutdownByUserCanceled = 1;
     return 0;

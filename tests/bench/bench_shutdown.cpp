@@ -137,7 +137,11 @@ static bool is_logged(std::size_t from, int event)
     return false;
 }
 
-// A monitor that only listens. True when a notice with the text has come.
+// How a monitor that only listens, and so is told in Japanese, learns of it: the notice's beginning in
+// Shift_JIS.
+static const std::string MAINS_FAILED = "\x92\xe2\x93\x64";
+
+// True when a notice with the text has come.
 static bool take_notice(const TcpClient &monitor, std::string &bytes, const std::string &part)
 {
     std::array<char, 4096> piece;
@@ -188,7 +192,7 @@ static SEEN watch(const TcpClient &monitor, const Growth &growth, std::size_t fr
         growth.pass();
         if (seen.logged == 0 && is_logged(from, 65))
             seen.logged = woke;
-        if (seen.noticed == 0 && take_notice(monitor, bytes, "UPS Ac fail"))
+        if (seen.noticed == 0 && take_notice(monitor, bytes, MAINS_FAILED))
             seen.noticed = woke;
     }
     if (seen.logged == 0 || seen.noticed == 0)

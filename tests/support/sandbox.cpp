@@ -16,6 +16,7 @@
 #include <fcntl.h>
 #include <pwd.h>
 #include <sched.h>
+#include <sstream>
 #include <string>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -30,10 +31,15 @@ static constexpr char USAGE[] =
     "...\n"
     "  --iface NAME=ADDR/BITS   an interface of this name and address; may be repeated (default: eth0 "
     "alone)\n"
+    "  --bridge NAME            a bridge inside, to which sandboxes started inside can be joined\n"
+    "  --port-of BRIDGE         join the interfaces to this bridge, which the sandbox around this one has\n"
+    "  --default-route          a default route through the first interface: the limited broadcast leaves by "
+    "it\n"
     "  --hostname NAME          host name inside (default: voltaria-test)\n"
     "  --share DIR              keep this host directory, writable, at the same path; may be repeated\n"
     "  --sanitizer-logs         collect sanitizer reports; status 99 when one was left\n"
-    "  --no-overlay             build the root from bind mounts instead of overlays\n";
+    "  --no-overlay             build the root from bind mounts instead of overlays\n"
+    "  --no-catalogue           install no message catalogue: the installation directory is empty\n";
 
 // Signals that are passed on to the command.
 static constexpr std::array FORWARDED = {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGWINCH};
@@ -103,6 +109,13 @@ static int parse_number(std::string_view text, int low, int high, const std::str
     return number;
 }
 
+static std::string interface_name(const std::string &text)
+{
+    if (text.empty() || text.size() > 15)
+        usage_error("not the name of an interface: " + text);
+    return text;
+}
+
 static SANDBOX_INTERFACE parse_interface(const std::string &text)
 {
     const std::size_t equals = text.find('=');
@@ -141,6 +154,10 @@ static bool take_valued_option(SANDBOX_OPTIONS &options, const std::string &name
             options.interfaces.clear();
         named_interfaces = true;
         options.interfaces.push_back(parse_interface(value));
+    } else if (name == "--bridge") {
+        options.bridge = interface_name(value);
+    } else if (name == "--port-of") {
+        options.port_of = interface_name(value);
     } else if (name == "--hostname") {
         options.hostname = value;
     } else if (name == "--share") {
@@ -163,8 +180,12 @@ static SANDBOX_OPTIONS parse_options(int argc, char **argv)
             std::exit(0);
         } else if (name == "--sanitizer-logs") {
             options.sanitizer_logs = true;
+        } else if (name == "--default-route") {
+            options.default_route = true;
         } else if (name == "--no-overlay") {
             options.overlay = false;
+        } else if (name == "--no-catalogue") {
+            options.catalogue = false;
         } else if (name.size() < 2 || name.compare(0, 2, "--") != 0) {
             break;  // the command, "--" left out
         } else if (i + 1 >= argc || !take_valued_option(options, name, argv[i + 1], named_interfaces)) {
@@ -236,6 +257,17 @@ static void run_map_program(const char *program, pid_t child, unsigned own, cons
         sandbox_fail(std::string(program) + " refused the id map");
 }
 
+// Only the machine's own user namespace has every id. A sandbox inside a sandbox may be root in another one.
+static bool has_every_id()
+{
+    std::istringstream map(sandbox_read_file("/proc/self/uid_map"));
+    unsigned long inside = 0;
+    unsigned long outside = 0;
+    unsigned long count = 0;
+    map >> inside >> outside >> count;
+    return inside == 0 && outside == 0 && count == 4294967295UL;
+}
+
 static sigset_t watched_signals()
 {
     sigset_t set;
@@ -288,7 +320,8 @@ int main(int argc, char **argv)
 {
     SANDBOX_OPTIONS options = parse_options(argc, argv);
     options.programs = own_directory();
-    options.user_namespace = geteuid() != 0;
+    options.new_user_namespace = geteuid() != 0;
+    options.user_namespace = options.new_user_namespace || !has_every_id();
 
     const sigset_t watched = watched_signals();
     sigset_t mask;
@@ -297,7 +330,7 @@ int main(int argc, char **argv)
     sandbox_check(pipe2(go.data(), O_CLOEXEC), "pipe");
 
     unsigned long flags = CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWPID | CLONE_NEWUTS | SIGCHLD;
-    if (options.user_namespace)
+    if (options.new_user_namespace)
         flags |= CLONE_NEWUSER;
     const long child = syscall(SYS_clone, flags, nullptr, nullptr, nullptr, nullptr);
     if (child < 0)
@@ -307,10 +340,12 @@ int main(int argc, char **argv)
         inside(options, go[0], mask);
     }
     close(go[0]);
-    if (options.user_namespace) {
+    if (options.new_user_namespace) {
         run_map_program("newuidmap", static_cast<pid_t>(child), getuid(), "/etc/subuid");
         run_map_program("newgidmap", static_cast<pid_t>(child), getgid(), "/etc/subgid");
     }
+    if (!options.port_of.empty())
+        sandbox_net_ports(options, static_cast<int>(child));
     if (write(go[1], "g", 1) != 1)
         sandbox_fail("starting the first process");
     close(go[1]);

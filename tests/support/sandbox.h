@@ -27,12 +27,17 @@ typedef struct _SANDBOX_INTERFACE {
 typedef struct _SANDBOX_OPTIONS {
     std::string hostname = "voltaria-test";
     std::vector<SANDBOX_INTERFACE> interfaces = {{"eth0", "10.77.0.1", 24}};
+    std::string bridge;               // a bridge to make inside; none when empty
+    std::string port_of;              // the interfaces are ports of this bridge outside; none when empty
+    bool default_route = false;       // through the first interface
     std::vector<std::string> shares;  // host directories, writable at the same path inside
     std::string programs;             // directory of this program and of the stand-in
     bool overlay = true;              // false: mirror the host directories with bind mounts
+    bool catalogue = true;            // the message catalogue is installed
     bool sanitizer_logs = false;
-    bool user_namespace = false;  // started by an ordinary user
-    std::vector<char *> command;  // ends with a null pointer
+    bool new_user_namespace = false;  // started by an ordinary user
+    bool user_namespace = false;      // the rights inside are those of a user namespace, new or not
+    std::vector<char *> command;      // ends with a null pointer
 } SANDBOX_OPTIONS;
 
 /// Prints "sandbox: WHAT: system error" (without the error when errno is 0) and ends the process with status
@@ -51,7 +56,13 @@ std::string sandbox_read_file(const std::string &path);
 /// Builds the private root and moves into it. Called once, in the new namespaces, with all rights there.
 void sandbox_root(const SANDBOX_OPTIONS &options);
 
-/// Brings lo up and makes the interfaces. Called once in the new network namespace.
+/// Makes the interfaces of the sandbox whose first process is `child`, and plugs each into the bridge that
+/// `port_of` names. Called once, by the launcher, in the network it was started in, before that process goes
+/// on.
+void sandbox_net_ports(const SANDBOX_OPTIONS &options, int child);
+
+/// Brings lo up, makes the interfaces unless they are there as ports, and the bridge and the route where they
+/// are wanted. Called once in the new network namespace.
 void sandbox_net(const SANDBOX_OPTIONS &options);
 
 /// Starts the command and stays process 1 until it ends; returns the status to exit with. `signals` is the

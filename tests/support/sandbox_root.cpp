@@ -232,6 +232,23 @@ static void write_additions(const std::string &base, const SANDBOX_OPTIONS &opti
         write_stand_ins(base, directory);
 }
 
+// The installation directory, whatever the machine has installed there: the message catalogue at most.
+static void make_install_directory(const SANDBOX_OPTIONS &options)
+{
+    const std::string directory = NEW + "/usr/lib/voltaria";
+    mount_tmpfs(directory, "mode=755");
+    if (!options.catalogue)
+        return;
+    const std::string built = options.programs.substr(0, options.programs.rfind('/'));
+    const std::string messages = "/locale/ja/LC_MESSAGES";
+    const std::string catalogue = sandbox_read_file(OLD + built + messages + "/voltariad.mo");
+    errno = 0;
+    if (catalogue.empty())
+        sandbox_fail("no catalogue " + built + messages + "/voltariad.mo");
+    make_directories(directory + messages);
+    sandbox_write_file(directory + messages + "/voltariad.mo", catalogue, 0644);
+}
+
 // One top directory of the machine as an overlay; answers false when the kernel refuses.
 static bool mount_overlay(const std::string &name, const SANDBOX_OPTIONS &options)
 {
@@ -386,7 +403,7 @@ void sandbox_root(const SANDBOX_OPTIONS &options)
     leave_machine();
     write_additions(UPPER, options);
     take_machine(options);
-    mount_tmpfs(NEW + "/usr/lib/voltaria", "mode=755");  // empty, whatever the machine has installed
+    make_install_directory(options);
     mount_tmpfs(NEW + "/root", "mode=700");
     mount_tmpfs(NEW + "/tmp", "mode=1777");
     make_dev();

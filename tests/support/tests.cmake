@@ -48,7 +48,7 @@ endmacro()
 
 # voltaria_unit_test(NAME [SANDBOX] SOURCES... LIBS... [SANDBOX_OPTIONS ...])
 #   A GoogleTest program of unit tests; every test of it is one CTest test. With SANDBOX every test runs in a sandbox:
-#   as root, in a private network, with the fixed directories empty.
+#   as root, in a private network, with the fixed directories empty: messages are in English.
 function(voltaria_unit_test name)
   cmake_parse_arguments(arg "SANDBOX" "" "SOURCES;LIBS;SANDBOX_OPTIONS" ${ARGN})
   list(TRANSFORM arg_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/tests/unit/)
@@ -58,7 +58,7 @@ function(voltaria_unit_test name)
   target_link_libraries(${name} PRIVATE voltaria_test_options ${arg_LIBS} GTest::gtest_main)
   target_precompile_headers(${name} REUSE_FROM voltaria_test_headers)
   if(arg_SANDBOX)
-    voltaria_sandboxed(${name} ${arg_SANDBOX_OPTIONS})
+    voltaria_sandboxed(${name} --no-catalogue ${arg_SANDBOX_OPTIONS})
   endif()
   gtest_discover_tests(${name} TEST_PREFIX "unit." DISCOVERY_TIMEOUT 60 PROPERTIES LABELS unit TIMEOUT 120)
 endfunction()

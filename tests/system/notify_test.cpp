@@ -14,6 +14,9 @@ using testbed::Daemon;
 namespace
 {
 
+// "UPS Agent Start up" as a mail has it: in Japanese, in EUC-JP.
+const std::string STARTED_UP = "UPS\xa5\xa8\xa1\xbc\xa5\xb8\xa5\xa7\xa5\xf3\xa5\xc8\xb5\xaf\xc6\xb0\n";
+
 // The start-up event with these lines in its section.
 std::string config(const std::string &event, int closeapptime = 300)
 {
@@ -71,11 +74,10 @@ TEST(Notifications, TheChosenUsersAreToldAndNoNameIsRun)
                                  " Command = echo $((6*7)) > /tmp/answer\n"));
     Daemon daemon(VOLTARIAD);
     start(daemon);
-    EXPECT_EQ(lines(),
-              (std::vector<std::string>{"/usr/bin/mesg y", "/usr/bin/who",
-                                        "/usr/bin/write ann pts/3 <UPS Agent Start up\n",
-                                        "/bin/mail $(touch /pwned) <UPS Agent Start up\n", "/usr/bin/who",
-                                        "/bin/mail ; touch /pwned <UPS Agent Start up\n"}));
+    EXPECT_EQ(lines(), (std::vector<std::string>{"/usr/bin/mesg y", "/usr/bin/who",
+                                                 "/usr/bin/write ann pts/3 <UPS Agent Start up\n",
+                                                 "/bin/mail $(touch /pwned) <" + STARTED_UP, "/usr/bin/who",
+                                                 "/bin/mail ; touch /pwned <" + STARTED_UP}));
     EXPECT_EQ(testbed::read_file("/tmp/answer"), "42\n");
     EXPECT_FALSE(there("/pwned"));
     EXPECT_FALSE(there("/tmp/PROG_NAME.list"));

@@ -113,11 +113,11 @@ TEST_P(Sandbox, OwnersZeroAndOneExist)
     EXPECT_EQ(output("touch /tmp/f && chown 1:0 /tmp/f && stat -c %u:%g /tmp/f"), "1:0\n");
 }
 
-TEST_P(Sandbox, InstallDirectoryIsEmptyAndWritable)
+TEST_P(Sandbox, InstallDirectoryIsWritableAndHoldsTheCatalogueAlone)
 {
-    EXPECT_EQ(output("ls -A /usr/lib/voltaria; stat -c %u:%a /usr/lib/voltaria; "
-                     "cd /usr/lib/voltaria; touch a && ln a b && rm a && ls"),
-              "0:755\nb\n");
+    EXPECT_EQ(output("cd /usr/lib/voltaria; find . -type f; stat -c %u:%a . locale; "
+                     "touch a && ln a b && rm a && ls"),
+              "./locale/ja/LC_MESSAGES/voltariad.mo\n0:755\n0:755\nb\nlocale\n");
 }
 
 TEST_P(Sandbox, KeyFileIsThereAndDebugFileIsNot)
