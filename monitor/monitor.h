@@ -2,8 +2,8 @@
 // the wire from the daemon, and on purpose nothing of the daemon's code: only the records in include/ are
 // shared. Every function reports by its result; none throws on purpose, none ends the process.
 //
-// A session belongs to one thread at a time. Requests beyond the hello and the status are put together
-// from monitor_request and an encoder of their own.
+// A session belongs to one thread at a time. Requests beyond the hello and the status are in
+// monitor_records.h.
 #pragma once
 
 #include "ups_records.h"
@@ -101,6 +101,7 @@ struct MONITOR_OPTIONS {
     std::uint16_t port = PORT_TCP;
     std::chrono::milliseconds timeout{5000};  // for the connection, and again for each answer
     int cancel_fd = -1;                       // waiting ends when this becomes readable; -1: none
+    std::int32_t lang = 2;                    // for the hello: 1 Japanese, 2 English notices
 };
 
 // The number of agent messages kept until someone takes them, and the bytes kept of each.
@@ -132,6 +133,10 @@ void monitor_close(MONITOR_SESSION &session);
 [[nodiscard]] MONITOR_RESULT monitor_receive(MONITOR_SESSION &session, std::uint8_t data_id,
                                              std::uint32_t length, MONITOR_PACKET &packet);
 
+/// The same for an answer of any length that comes under one of two numbers.
+[[nodiscard]] MONITOR_RESULT monitor_receive_either(MONITOR_SESSION &session, std::uint8_t data_id,
+                                                    std::uint8_t other_id, MONITOR_PACKET &packet);
+
 /// monitor_send and monitor_receive in one.
 [[nodiscard]] MONITOR_RESULT monitor_request(MONITOR_SESSION &session, std::uint8_t data_id,
                                              std::span<const std::uint8_t> data, std::uint8_t answer_id,
@@ -141,8 +146,9 @@ void monitor_close(MONITOR_SESSION &session);
 /// the agent sends announcements in the language `hello.lang`.
 [[nodiscard]] MONITOR_RESULT monitor_hello(MONITOR_SESSION &session, const VTOSINFO &hello, VTOSINFO &answer);
 
-/// What this program says of itself: a Linux monitor that wants English texts.
-[[nodiscard]] VTOSINFO monitor_own_osinfo();
+/// What this program says of itself: a Linux monitor that wants notices in the language `lang`, 1 Japanese or
+/// 2 English.
+[[nodiscard]] VTOSINFO monitor_own_osinfo(std::int32_t lang = 2);
 
 /// Asks for the UPS status (DataId 16, answered by 64). `ComId` is as it travels: 1 to 4 for the serial
 /// ports, negative for none.

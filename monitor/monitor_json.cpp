@@ -1,4 +1,4 @@
-// The status record as the JSON document that monitor_json.h describes.
+// The JSON documents that monitor_json.h describes.
 #include "monitor_json.h"
 
 #include "monitor_text.h"
@@ -7,6 +7,12 @@
 #include <nlohmann/json.hpp>
 
 using JSON = nlohmann::ordered_json;
+
+// A host name may be typed in any encoding; whatever is no UTF-8 is replaced rather than refused.
+static std::string text_of(const JSON &document)
+{
+    return document.dump(2, ' ', false, JSON::error_handler_t::replace);
+}
 
 static JSON text_or_null(std::string_view text)
 {
@@ -42,19 +48,24 @@ static JSON quantity(int whole, int tenths)
     return (whole * 10 + sign * tenths) / 10.0;
 }
 
-static JSON measurements(const UPS_UPSINFO &status)
+static JSON quantities(const UPSDATA &data)
 {
-    if (status_silent(status))
-        return nullptr;
-    const UPSDATA &data = status.upsdata;
     return {{"input_voltage", quantity(data.InPutINT, data.InPutREM)},
             {"output_voltage", quantity(data.OutPutINT, data.OutPutREM)},
             {"input_frequency", quantity(data.FreqInputINT, data.FreqInputREM)},
             {"output_frequency", quantity(data.FreqOutputINT, data.FreqOutputREM)},
             {"battery_voltage", quantity(data.BattVolINT, data.BattVolREM)},
             {"temperature", temperature_absent(data) ? JSON(nullptr) : quantity(data.TempINT, data.TempREM)},
-            {"load", data.Load},
-            {"battery_capacity", data.BattCap}};
+            {"load", data.Load}};
+}
+
+static JSON measurements(const UPS_UPSINFO &status)
+{
+    if (status_silent(status))
+        return nullptr;
+    JSON object = quantities(status.upsdata);
+    object["battery_capacity"] = status.upsdata.BattCap;
+    return object;
 }
 
 static JSON link_object(const UPS_UPSINFO &status)
@@ -135,6 +146,65 @@ std::string status_json(const UPS_UPSINFO &status, const std::string &host, std:
                               {"ups", selftest_object(status.sftResUPS)}};
     document["events"] = event_list(status);
     document["capabilities"] = {{"mask", status.ufStatus}, {"names", words_capabilities(status.ufStatus)}};
-    // A host name may be typed in any encoding; whatever is no UTF-8 is replaced rather than refused.
-    return document.dump(2, ' ', false, JSON::error_handler_t::replace);
+    return text_of(document);
+}
+
+// ---- Logs ----
+
+std::string eventlog_json(const std::vector<UPS_EVENTLOGINFO> &lines)
+{
+    JSON events = JSON::array();
+    for (const UPS_EVENTLOGINFO &line : lines)
+        events.push_back(event_object(line));
+    return text_of({{"events", std::move(events)}});
+}
+
+std::string datalog_json(const std::vector<UPS_DATALOGINFO> &lines)
+{
+    JSON records = JSON::array();
+    for (const UPS_DATALOGINFO &line : lines) {
+        JSON record = {{"time", time_or_null(line.timeinfo)}};
+        record.update(quantities(line.upsdata));
+        records.push_back(std::move(record));
+    }
+    return text_of({{"records", std::move(records)}});
+}
+
+// ---- Discovery ----
+
+static JSON agent_object(const FOUND_AGENT &agent)
+{
+    JSON object = {{"address", agent.address},
+                   {"name", agent.name},
+                   {"group", agent.group},
+                   {"protector", agent.protector},
+                   {"protected_by", agent.protector ? JSON(agent.protected_by) : JSON(nullptr)},
+                   {"gone", agent.gone},
+                   {"type", code_object(agent.type, words_agenttype(agent.type))},
+                   {"model", text_or_null(agent.model)},
+                   {"ups", nullptr},
+                   {"battery", nullptr},
+                   {"link", nullptr},
+                   {"ignore_other_agents", nullptr}};
+    if (agent.protector)
+        return object;
+    const bool silent = agent.link == COMM_LOST || agent.link == COMM_NOUPS;
+    object["ups"] = code_object(agent.ups, silent ? CODE_WORDS{"", TONE::Plain} : words_upsstat(agent.ups));
+    object["battery"] = code_object(agent.battery, words_battery(agent.battery));
+    object["link"] = code_object(agent.link, words_comm(agent.link));
+    object["ignore_other_agents"] = agent.ignore;
+    return object;
+}
+
+std::string agents_json(const std::vector<FOUND_AGENT> &agents)
+{
+    JSON list = JSON::array();
+    for (const FOUND_AGENT &agent : agents)
+        list.push_back(agent_object(agent));
+    return text_of({{"agents", std::move(list)}});
+}
+
+std::string agent_json_line(const FOUND_AGENT &agent)
+{
+    return agent_object(agent).dump(-1, ' ', false, JSON::error_handler_t::replace);
 }

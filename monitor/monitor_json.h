@@ -1,4 +1,6 @@
-// The status as a JSON document for programs. The key names are a promise; new ones may be added.
+// What there is to know as JSON documents for programs. The key names are a promise; new ones may be added.
+//
+// The status:
 //
 //   agent.host, agent.port       whom we asked
 //   agent.type                   code object (below)
@@ -30,12 +32,39 @@
 // A code object has `code`, the number as it came, and `text`, its words or null when the code is unknown. A
 // measurement whose tenths part is no digit is null. A date or time with fields out of range is the text
 // "invalid (...)" with the raw numbers.
+//
+// A log is a document with one list, oldest line first:
+//
+//   events    of the event log: each as in the status
+//   records   of the data log: time, and the keys of measurements, all null when a number cannot be, but no
+//             battery_capacity, which no agent tells in its log
+//
+// What discovery found is a document with the list `agents`, or with --follow one agent in a line:
+//
+//   address, name, group   texts; of a protector, its host's name and ""
+//   protector              true or false
+//   protected_by           a protector's agent, else null
+//   gone                   true when its last word was that it goes down
+//   type                   code object
+//   model                  text, or null when not known
+//   ups, battery, link     code objects; null for a protector
+//   ignore_other_agents    1 on, 0 off; null for a protector
 #pragma once
 
+#include "monitor_discover.h"
 #include "ups_records.h"
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 /// The document, indented, without a final line end.
 [[nodiscard]] std::string status_json(const UPS_UPSINFO &status, const std::string &host, std::uint16_t port);
+
+/// The same for a log's lines.
+[[nodiscard]] std::string eventlog_json(const std::vector<UPS_EVENTLOGINFO> &lines);
+[[nodiscard]] std::string datalog_json(const std::vector<UPS_DATALOGINFO> &lines);
+
+/// The agents found; and one of them in one line.
+[[nodiscard]] std::string agents_json(const std::vector<FOUND_AGENT> &agents);
+[[nodiscard]] std::string agent_json_line(const FOUND_AGENT &agent);

@@ -248,13 +248,20 @@ static void keep_message(MONITOR_SESSION &session, const MONITOR_PACKET &packet)
                                   packet.data.begin() + static_cast<std::ptrdiff_t>(kept));
 }
 
-static bool expected(const UPS_PACKET_HEAD &head, std::uint8_t data_id, std::uint32_t length)
+// Which answer is waited for.
+struct EXPECTED {
+    std::uint8_t data_id;
+    std::uint8_t other_id;  // as good; the same where there is no other
+    std::uint32_t length;   // 0 for any
+};
+
+static bool expected(const UPS_PACKET_HEAD &head, const EXPECTED &wanted)
 {
-    return head.DataId == data_id && (length == 0 || head.Length == length);
+    return (head.DataId == wanted.data_id || head.DataId == wanted.other_id) &&
+           (wanted.length == 0 || head.Length == wanted.length);
 }
 
-static MONITOR_RESULT receive_answer(MONITOR_SESSION &session, std::uint8_t data_id, std::uint32_t length,
-                                     MONITOR_PACKET &packet)
+static MONITOR_RESULT receive_answer(MONITOR_SESSION &session, const EXPECTED &wanted, MONITOR_PACKET &packet)
 {
     const TIME_POINT deadline = std::chrono::steady_clock::now() + session.timeout;
     for (;;) {
@@ -262,7 +269,7 @@ static MONITOR_RESULT receive_answer(MONITOR_SESSION &session, std::uint8_t data
         if (state == STREAM_STATE::Bad)
             return foreign_answer();
         const bool message = packet.head.DataId == DATAID_MESSAGE;
-        if (state != STREAM_STATE::NeedMore && !message && !expected(packet.head, data_id, length))
+        if (state != STREAM_STATE::NeedMore && !message && !expected(packet.head, wanted))
             return bad_answer(packet.head);
         if (state == STREAM_STATE::Packet && !message)
             return {};
@@ -278,15 +285,26 @@ static MONITOR_RESULT receive_answer(MONITOR_SESSION &session, std::uint8_t data
     }
 }
 
-MONITOR_RESULT monitor_receive(MONITOR_SESSION &session, std::uint8_t data_id, std::uint32_t length,
-                               MONITOR_PACKET &packet)
+static MONITOR_RESULT receive(MONITOR_SESSION &session, const EXPECTED &wanted, MONITOR_PACKET &packet)
 {
     if (session.fd < 0)
         return failure(MONITOR_ERROR::NotConnected, "not connected");
-    MONITOR_RESULT result = receive_answer(session, data_id, length, packet);
+    MONITOR_RESULT result = receive_answer(session, wanted, packet);
     if (!monitor_ok(result))
         monitor_close(session);
     return result;
+}
+
+MONITOR_RESULT monitor_receive(MONITOR_SESSION &session, std::uint8_t data_id, std::uint32_t length,
+                               MONITOR_PACKET &packet)
+{
+    return receive(session, {data_id, data_id, length}, packet);
+}
+
+MONITOR_RESULT monitor_receive_either(MONITOR_SESSION &session, std::uint8_t data_id, std::uint8_t other_id,
+                                      MONITOR_PACKET &packet)
+{
+    return receive(session, {data_id, other_id, 0}, packet);
 }
 
 static MONITOR_RESULT listen_for_messages(MONITOR_SESSION &session, TIME_POINT until)
@@ -336,10 +354,10 @@ MONITOR_RESULT monitor_request(MONITOR_SESSION &session, std::uint8_t data_id,
     return monitor_receive(session, answer_id, answer_length, packet);
 }
 
-VTOSINFO monitor_own_osinfo()
+VTOSINFO monitor_own_osinfo(std::int32_t lang)
 {
     VTOSINFO info{};
-    info.lang = 2;
+    info.lang = lang;
     info.os = 2;
     constexpr std::string_view name = "Linux";
     std::copy(name.begin(), name.end(), info.osname.begin());

@@ -33,7 +33,11 @@ static CHARACTER first_character(std::string_view text)
 
 static bool control(std::uint32_t code)
 {
-    return code < 0x20 || (code >= 0x7F && code <= 0x9F);
+    const auto within = [code](std::uint32_t first, std::uint32_t last) {
+        return code >= first && code <= last;
+    };
+    return code < 0x20 || within(0x7F, 0x9F) || within(0x200E, 0x200F) || within(0x2028, 0x202E) ||
+           within(0x2066, 0x2069);
 }
 
 static bool wide(std::uint32_t code)
@@ -56,7 +60,26 @@ static bool wide(std::uint32_t code)
 
 static const char *charset(TEXT_CODE code)
 {
+    if (code == TEXT_CODE::Utf8)
+        return "UTF-8";
     return code == TEXT_CODE::ShiftJis ? "CP932" : "EUC-JP";
+}
+
+// The order in which encodings are tried. UTF-8 leaves little to chance and is looked for only where it can
+// be.
+static std::span<const TEXT_CODE> codes_from(TEXT_CODE first)
+{
+    static constexpr std::array<TEXT_CODE, 4> order{TEXT_CODE::Utf8, TEXT_CODE::Euc, TEXT_CODE::ShiftJis,
+                                                    TEXT_CODE::Euc};
+    switch (first) {
+    case TEXT_CODE::Utf8:
+        return std::span(order).first(3);
+    case TEXT_CODE::Euc:
+        return std::span(order).subspan(1, 2);
+    case TEXT_CODE::ShiftJis:
+        break;
+    }
+    return std::span(order).last(2);
 }
 
 static std::optional<std::string> decoded(std::string bytes, TEXT_CODE code)
@@ -120,8 +143,7 @@ std::string text_safe(std::span<const char> field, TEXT_CODE first)
         std::all_of(bytes.begin(), bytes.end(), [](char c) { return static_cast<std::uint8_t>(c) < 0x80; });
     if (ascii)
         return with_bytes_escaped(bytes);
-    const TEXT_CODE second = first == TEXT_CODE::ShiftJis ? TEXT_CODE::Euc : TEXT_CODE::ShiftJis;
-    for (const TEXT_CODE code : {first, second})
+    for (const TEXT_CODE code : codes_from(first))
         if (const auto text = decoded(bytes, code))
             return with_controls_escaped(*text);
     return with_bytes_escaped(bytes);

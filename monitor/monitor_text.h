@@ -6,13 +6,14 @@
 #include <string>
 #include <string_view>
 
-// Which Japanese encoding is tried first. The agent converts to Shift-JIS what it prepares for the network
-// (group, announcements) and passes on other fields as the host keeps them, in EUC-JP; a run of bytes can be
-// valid in both.
-enum class TEXT_CODE { ShiftJis, Euc };
+// Which encoding is tried first. The agent converts to Shift_JIS what it prepares for the network (group,
+// notices) and passes on other fields as the host keeps them, in EUC-JP; commands are whatever their writer
+// sent. A run of bytes can be valid in several.
+enum class TEXT_CODE { ShiftJis, Euc, Utf8 };
 
-/// A field up to its NUL or its end, in UTF-8. Bytes that decode neither way, and control characters in any
-/// case, appear as "\xNN". Trailing blanks are dropped.
+/// A field up to its NUL or its end, in UTF-8. Bytes that decode in no way appear as "\xNN", and so do, in
+/// any case, characters that steer a terminal (controls, and marks that turn the direction of writing).
+/// Trailing blanks are dropped.
 [[nodiscard]] std::string text_safe(std::span<const char> field, TEXT_CODE first);
 
 /// Terminal columns of a text made by text_safe: 2 for a full-width character, 1 otherwise.

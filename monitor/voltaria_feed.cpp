@@ -65,7 +65,7 @@ static MONITOR_RESULT follow(FEED &feed, MONITOR_SESSION &session)
     MONITOR_RESULT result = monitor_connect(feed.options, session);
     VTOSINFO answer{};
     if (monitor_ok(result))
-        result = monitor_hello(session, monitor_own_osinfo(), answer);
+        result = monitor_hello(session, monitor_own_osinfo(feed.options.lang), answer);
     while (monitor_ok(result)) {
         const STEADY::time_point next = STEADY::now() + INTERVAL;
         UPS_UPSINFO status{};

@@ -4,63 +4,18 @@
 
 #include "monitor_page.h"
 #include "monitor_text.h"
+#include "voltaria_command.h"
 #include "voltaria_feed.h"
+#include "voltaria_follow.h"
 #include "voltaria_screen.h"
 
 #include <array>
-#include <cerrno>
-#include <clocale>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
-#include <langinfo.h>
 #include <poll.h>
 #include <unistd.h>
 
-static std::array<int, 2> quit_pipe{-1,
-                                    -1};  // written by the signal handler, read by nobody: readable is enough
-
-// ---- Ending ----
-
-extern "C" {
-static void on_quit_signal(int)
-{
-    const int error = errno;
-    const char byte = 0;
-    // A full pipe already says what this byte would.
-    if (write(quit_pipe[1], &byte, 1) < 0)
-        errno = error;
-}
-}
-
-static bool catch_quit_signals()
-{
-    if (pipe2(quit_pipe.data(), O_CLOEXEC | O_NONBLOCK) != 0)
-        return false;
-    struct sigaction action {
-    };
-    action.sa_handler = on_quit_signal;
-    sigemptyset(&action.sa_mask);
-    action.sa_flags = SA_RESTART;
-    for (const int number : {SIGINT, SIGTERM, SIGHUP})
-        if (sigaction(number, &action, nullptr) != 0)
-            return false;
-    return true;
-}
-
 // ---- Times ----
-
-static std::string clock_text(std::time_t when, const char *pattern)
-{
-    std::tm local{};
-    std::array<char, 32> buffer{};
-    if (localtime_r(&when, &local) == nullptr)
-        return "?";
-    const std::size_t length = std::strftime(buffer.data(), buffer.size(), pattern, &local);
-    return {buffer.data(), length};
-}
 
 static int milliseconds_to_next_second()
 {
@@ -70,11 +25,6 @@ static int milliseconds_to_next_second()
 }
 
 // ---- On a terminal ----
-
-static bool utf8_terminal()
-{
-    return std::setlocale(LC_CTYPE, "") != nullptr && std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
-}
 
 static WATCH_VIEW view_of(const FEED_STATE &state, const MONITOR_OPTIONS &options, const std::string &message)
 {
@@ -115,8 +65,7 @@ static void watch_on_screen(FEED &feed, const MONITOR_OPTIONS &options, bool utf
             message = clock_text(std::time(nullptr), "%H:%M:%S ") +
                       text_safe(state.messages.back(), TEXT_CODE::ShiftJis);
         screen_draw(page_watch(view_of(state, options, message), screen_size()), utf8);
-        std::array<pollfd, 3> watched{
-            {{quit_pipe[0], POLLIN, 0}, {keys, POLLIN, 0}, {feed.news_fd, POLLIN, 0}}};
+        std::array<pollfd, 3> watched{{{quit_fd(), POLLIN, 0}, {keys, POLLIN, 0}, {feed.news_fd, POLLIN, 0}}};
         const int ready = poll(watched.data(), watched.size(), milliseconds_to_next_second());
         const bool terminal_gone = ready > 0 && (watched[1].revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
         if ((ready > 0 && watched[0].revents != 0) || terminal_gone)
@@ -160,7 +109,7 @@ static int watch_in_lines(FEED &feed)
         if (!print_messages(state) || (line != shown && !print_line(line)))
             return EXIT_FAILURE;
         shown = line;
-        std::array<pollfd, 2> watched{{{quit_pipe[0], POLLIN, 0}, {feed.news_fd, POLLIN, 0}}};
+        std::array<pollfd, 2> watched{{{quit_fd(), POLLIN, 0}, {feed.news_fd, POLLIN, 0}}};
         if (poll(watched.data(), watched.size(), -1) > 0 && watched[0].revents != 0)
             return EXIT_SUCCESS;
     }
@@ -174,7 +123,7 @@ int watch(const MONITOR_OPTIONS &options)
         return EXIT_FAILURE;
     }
     int status = EXIT_SUCCESS;
-    const bool utf8 = utf8_terminal();
+    const bool utf8 = utf8_output();
     if (screen_open()) {
         watch_on_screen(feed, options, utf8);
         screen_close();

@@ -1,9 +1,15 @@
 // What an agent, or whoever poses as one, may send to the monitor: the bytes go through the framing in pieces
-// of the size that the first byte says, every status in them through decoder, pages and JSON. Nothing that
-// comes out may carry a control character, be wider than its terminal, or differ when it is encoded again.
+// of the size that the first byte says, every record in them through its decoder, pages, tables and JSON; and
+// whole as one datagram of discovery. Nothing that comes out may carry a control character, be wider than its
+// terminal, or differ when it is encoded again; a user's name that can be sent back is one that the agent
+// tells as before.
 #include "monitor/monitor.h"
+#include "monitor/monitor_charset.h"
+#include "monitor/monitor_discover.h"
 #include "monitor/monitor_json.h"
+#include "monitor/monitor_log.h"
 #include "monitor/monitor_page.h"
+#include "monitor/monitor_records.h"
 #include "monitor/monitor_text.h"
 
 #include <algorithm>
@@ -46,8 +52,64 @@ static void draw(const UPS_UPSINFO &status)
     }
 }
 
+static bool printable_lines(std::string text)
+{
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return printable(text);
+}
+
+template <typename RECORD> static void decode_one(std::span<const std::uint8_t> data)
+{
+    RECORD record{};
+    if (monitor_decode(data, record))
+        require(std::ranges::equal(monitor_encode(record), data));
+}
+
+template <typename LINE> static void decode_log(std::span<const std::uint8_t> data)
+{
+    std::vector<LINE> lines;
+    if (!monitor_decode(data, lines))
+        return;
+    require(lines.size() * sizeof(LINE) == data.size());
+    require(printable_lines(log_table(lines)) && printable_lines(log_csv(lines)));
+}
+
+static void decode_events(std::span<const std::uint8_t> data)
+{
+    EVENT_TABLE events{};
+    std::vector<USERSDATA> users;
+    if (!monitor_decode(data, events, users))
+        return;
+    require(std::ranges::equal(monitor_encode(events, users), data));
+    for (USERSDATA &user : users)
+        static_cast<void>(charset_keep_user(user.UserName));
+}
+
+static void decode_records(std::span<const std::uint8_t> data)
+{
+    decode_one<UPS_PARAM>(data);
+    decode_one<USERSDATA>(data);
+    decode_one<SCHEDULEINFO>(data);
+    decode_one<UPS_AGENTDOWNINFO>(data);
+    decode_one<BATTCHGTIME>(data);
+    decode_one<UPS_PASSWORD>(data);
+    decode_log<UPS_EVENTLOGINFO>(data);
+    decode_log<UPS_DATALOGINFO>(data);
+    decode_events(data);
+}
+
+static void hear(std::span<const std::uint8_t> datagram)
+{
+    const auto agent = discover_decode(datagram, "10.0.0.2");
+    if (!agent)
+        return;
+    require(printable_lines(discover_table({*agent})));
+    require(printable_lines(agents_json({*agent})) && printable(agent_json_line(*agent)));
+}
+
 static void take_apart(const MONITOR_PACKET &packet)
 {
+    decode_records(packet.data);
     require(packet.data.size() + PACKET_HEAD_SIZE == packet.head.Length);
     const std::string text(packet.data.begin(), packet.data.end());
     require(printable(text_safe(text, TEXT_CODE::ShiftJis)) && printable(text_safe(text, TEXT_CODE::Euc)));
@@ -85,6 +147,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
         return 0;
     const std::size_t piece = std::max<std::size_t>(data[0], 1);
     std::span<const std::uint8_t> bytes(data + 1, size - 1);
+    hear(bytes);
     MONITOR_STREAM stream;
     while (!bytes.empty()) {
         monitor_stream_feed(stream, bytes.first(std::min(piece, bytes.size())));

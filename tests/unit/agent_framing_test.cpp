@@ -295,6 +295,16 @@ TEST_F(Framing, LengthBelowTheHeaderIsNoPacket)
     }
 }
 
+TEST_F(Framing, WhoSentALengthBelowTheHeaderIsTheCurrentClientAllTheSame)
+{
+    send_all(peer, header(0x0110, 0, 16, 7));
+    EXPECT_EQ(take_once(), 0);
+    EXPECT_EQ(packet_origin().sockfd, client->sockfd);
+    EXPECT_EQ(agent.agnet.cnc.sockfd, client->sockfd);
+    EXPECT_EQ(agent.agnet.cnc.os, 3);
+    EXPECT_EQ(agent.agnet.cnc.lang, 2);
+}
+
 TEST_F(Framing, TwoPacketsBackToBackAreHandedOverOneByOne)
 {
     const BYTES first = packet(23, counting(60));

@@ -1,9 +1,14 @@
 // What happens when there is no memory for what a peer sends or is owed: never more than the end of that one
 // connection, and of the agent only when it cannot hold a packet of the usual size.
+#include "agent_daemon.h"
+#include "agent_daemon_engine.h"
 #include "agent_fixture.h"
 #include "agent_net.h"
+#include "e_a_internal.h"
+#include "filehandle.h"
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <new>
@@ -178,4 +183,138 @@ TEST_F(ShortOfMemory, AnAnswerThatCannotBeQueuedEndsItsConnection)
     EXPECT_FALSE(client_haspending(client));
     int length = 0;
     EXPECT_EQ(net_readpacketfromtcpsocket(&agent.agnet, client, &length), -1);
+}
+
+// ---- requests, handed to the dispatcher
+
+static constexpr char EVENTLOG[] = "/usr/lib/voltaria/events.log";
+
+static std::string contents(const char *path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+static BYTES question(int sub, int lines = 0)
+{
+    return packet(24, join({{static_cast<std::uint8_t>(sub), 0}, le16(0), le16(lines), le16(0)}));
+}
+
+static BYTES empty_answer(int dataid)
+{
+    return packet(dataid, {}, 0x0110, 1);
+}
+
+class RequestsShortOfMemory : public ShortOfMemory
+{
+  protected:
+    RequestsShortOfMemory()
+    {
+        std::filesystem::create_directories("/usr/lib/voltaria");
+        write(CONFIG_FILE, "");
+        write(EVENTLOG, "");
+        engine = ENGINE{};
+        ein = UPS_EIN_DATA{};
+        eout = UPS_EOUT_DATA{};
+        block.ups.up.commparam.AgentType = AGENTTYPE_LOW;
+        block.ups.ui.CommStatus = COMM_ESTABLISHED;
+    }
+
+    ~RequestsShortOfMemory() override
+    {
+        largest_allocation = SIZE_MAX;
+        std::filesystem::remove(CONFIG_FILE);
+        std::filesystem::remove(EVENTLOG);
+    }
+
+    static void write(const char *path, std::string_view text)
+    {
+        std::ofstream(path, std::ios::trunc | std::ios::binary) << text;
+    }
+
+    /// Hands a request to the dispatcher while nothing larger than `largest` can be had.
+    int ask(const BYTES &request, std::size_t largest)
+    {
+        hold(request, client);
+        largest_allocation = largest;
+        const int result = daemon_procnetmsg(&agent, 1, 1);
+        largest_allocation = SIZE_MAX;
+        return result;
+    }
+
+    void expect_served()
+    {
+        EXPECT_EQ(ask(question(6), SIZE_MAX), 0);
+        EXPECT_EQ(receive(peer, 8), empty_answer(68));
+    }
+};
+
+TEST_F(RequestsShortOfMemory, SchedulesThatCannotBeKeptChangeNothing)
+{
+    SCHEDULELIST kept{};
+    agent.sl = &kept;
+    EXPECT_EQ(ask(packet(80, BYTES(20 * 1600)), 1600 * sizeof(SCHEDULELIST) - 1), -1);
+    EXPECT_EQ(agent.sl, &kept);
+    EXPECT_EQ(contents(CONFIG_FILE), "");
+    expect_served();
+}
+
+TEST_F(RequestsShortOfMemory, ALogThatCannotBeReadOrSentIsAnsweredEmpty)
+{
+    constexpr std::size_t LINES = 2000;
+    std::string lines;
+    for (std::size_t i = 0; i < LINES; ++i)
+        lines += " 5/ 3/2004  9: 7: 2   7 255          host-7\n";
+    write(EVENTLOG, lines);
+    constexpr std::size_t ARRAY = LINES * sizeof(UPS_EVENTLOGINFO);
+    // Not even the array; the array, but not the longer packet.
+    for (const std::size_t largest : {ARRAY - 1, ARRAY}) {
+        EXPECT_EQ(ask(question(1, LINES), largest), 0) << largest;
+        EXPECT_EQ(receive(peer, 8), empty_answer(65)) << largest;
+        EXPECT_EQ(Daemon_NetBufLen, DAEMON_BUFFER_START) << largest;
+    }
+    EXPECT_EQ(ask(question(1, LINES), SIZE_MAX), 0);
+    EXPECT_EQ(receive(peer, 8 + ARRAY).size(), 8 + ARRAY);
+}
+
+TEST_F(RequestsShortOfMemory, SettingsThatCannotBeReadAreAnsweredEmpty)
+{
+    const std::string users = "11,12,13,14,15,16,17,18,19,20,21,22,23,24,25,26,27,28";
+    write(CONFIG_FILE, "[ UserInfo ]\n\n UserID = " + users + "\n");
+    EXPECT_EQ(ask(question(4), users.size()), 0);  // no room for the NUL
+    EXPECT_EQ(receive(peer, 8), empty_answer(81));
+    expect_served();
+}
+
+TEST_F(RequestsShortOfMemory, SettingsThatCannotBeStoredLeaveTheFileWholeAndClosed)
+{
+    const std::string before = "[ ScheShutDown ]\n\n SPECIALNO = 0\n[ Rest ]\n\n" + std::string(5000, '#');
+    write(CONFIG_FILE, before);
+    EXPECT_EQ(ask(packet(80, BYTES(20)), 4000), -1);
+    EXPECT_EQ(contents(CONFIG_FILE), before);
+    EXPECT_EQ(wfps, nullptr);
+    EXPECT_EQ(wfpd, nullptr);
+    expect_served();
+    EXPECT_EQ(ask(packet(80), SIZE_MAX), 0);
+    EXPECT_NE(contents(CONFIG_FILE), before);
+}
+
+TEST_F(RequestsShortOfMemory, TheTimersRunThoughTheCommandFailed)
+{
+    engine.USR_off = timenow() + 1000;
+    engine.downreason = NONE;
+    write(CONFIG_FILE, "[ UserInfo ]\n\n UserID = 11,12,13,14,15,16,17,18,19,20\n");
+    EXPECT_EQ(ask(question(4), 20), 0);
+    EXPECT_EQ(engine.next_off, engine.USR_off);
+}
+
+TEST_F(RequestsShortOfMemory, ALoginThatCannotBeCheckedIsRefused)
+{
+    ASSERT_EQ(access("/run/voltaria-test", F_OK), 0) << "run this in the sandbox";
+    write("/etc/passwd", "root:x:0:0::/root:/bin/sh\n");
+    write("/etc/shadow", "root:" + std::string(100, 'h') + ":19000:0:99999:7:::\n");
+    client->auth = 0;
+    EXPECT_EQ(ask(packet(23, join({field("root", 40), field("secret", 20)})), 80), 0);
+    EXPECT_EQ(receive(peer, 12), packet(67, le32(4), 0x0110, 1));
+    EXPECT_EQ(client->auth, 0);
 }

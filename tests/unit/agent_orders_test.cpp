@@ -19,6 +19,7 @@ struct ENGINECALL {
     UPS_AGENTDOWNINFO down{};        // orders 18, agent event 2
     std::array<char, 16> name{};     // order 19
     std::array<char, 12> battime{};  // order 31
+    UPS_PROTECTORINFO guarded{};     // order 192
     bool pointed_at_status = false;
     bool in_buffer = false;  // the argument lies in the working buffer
 };
@@ -56,6 +57,9 @@ static void note_order(ENGINECALL &call, const AGENTCMD *order)
     } else if (order->cmd == 31) {
         std::memcpy(call.battime.data(), order->arg.bctp, call.battime.size());
         call.in_buffer = lies_in_buffer(order->arg.bctp);
+    } else if (order->cmd == 192) {
+        call.guarded = *order->arg.pip;
+        call.in_buffer = lies_in_buffer(order->arg.pip);
     } else if (order->cmd == 20 || order->cmd == 34) {
         call.number = order->arg.last;
     } else {
@@ -294,6 +298,38 @@ TEST_F(OrderPackets, ACancelsNameIsHandedOnAsItCame)
         expect_taken(packet(19, field(name, 16)), "cancel");
         EXPECT_EQ(field_view(calls[0].name), name);
     }
+}
+
+TEST_F(OrderPackets, AProtectedHostsRequestForTimeIsHandedOnWhole)
+{
+    const BYTES data = counting(46);
+    for (const std::uint32_t own : {0U, 2U, 4U, 6U}) {
+        calls.clear();
+        block.ups.up.commparam.AgentType = own;
+        EXPECT_EQ(order(packet(192, data)), 0) << own;
+        ASSERT_EQ(calls.size(), 1U) << own;
+        EXPECT_EQ(calls[0].cmd, 11);
+        EXPECT_EQ(calls[0].datatype, E_UPSCMD);
+        EXPECT_EQ(calls[0].order, 192);
+        EXPECT_TRUE(calls[0].pointed_at_status);
+        EXPECT_FALSE(calls[0].in_buffer);
+        EXPECT_EQ(std::memcmp(&calls[0].guarded, data.data(), data.size()), 0);
+        EXPECT_EQ(ein.DATA.acp, nullptr);
+    }
+}
+
+TEST_F(OrderPackets, AProtectorGivesNobodyTime)
+{
+    block.ups.up.commparam.AgentType = AGENTTYPE_PROTECTOR;
+    EXPECT_EQ(order(packet(192, counting(46))), -1);
+    EXPECT_TRUE(calls.empty());
+}
+
+TEST_F(OrderPackets, ARequestForTimeOfAnotherLengthIsRefused)
+{
+    for (const std::size_t size : {0U, 45U, 47U})
+        EXPECT_EQ(order(packet(192, counting(size))), -1) << size;
+    EXPECT_TRUE(calls.empty());
 }
 
 // ---- a monitor's shutdown order

@@ -104,6 +104,12 @@ TEST_F(Logs, AProtectorTellsItsWholeEventLogUnderAnotherKind)
     EXPECT_EQ(query(1, 2, 1), whole);
     EXPECT_EQ(ask(packet(197, {1, 0, 0, 0, 0, 0, 0, 0})), 0);
     EXPECT_EQ(receive(peer, 8), whole);
+}
+
+TEST_F(Logs, AProtectorTellsOfNoMeasurements)
+{
+    become_protector();
+    write_whole(DATALOG_PATH, " 5/ 3/2004  9: 7:10,101.2,100.3, 45,50.1,25.4,27.5,60.6, 99\n");
     EXPECT_EQ(query(2, 0, 10), empty_answer(66));
 }
 

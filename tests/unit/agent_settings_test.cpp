@@ -248,8 +248,11 @@ TEST_F(EventSet, AProtectorRefuses)
 {
     become_protector();
     const std::string before = config_file();
-    EXPECT_EQ(ask(packet(81, event_rows())), -1);
+    const auto table = agent.el;
+    EXPECT_EQ(ask(packet(81, join({event_rows(), user(1, "one")}))), -1);
     EXPECT_EQ(config_file(), before);
+    EXPECT_EQ(std::memcmp(table.data(), agent.el.data(), sizeof table), 0);
+    EXPECT_EQ(agent.us[0].UserID, 0xFF);
 }
 
 // ---- the working configuration

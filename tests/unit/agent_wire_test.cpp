@@ -246,3 +246,46 @@ TEST(Wire, NothingBehindAFieldsTextIsSent)
     EXPECT_EQ(BYTES(status.begin() + 36, status.begin() + 68), field("", 32));
     EXPECT_EQ(BYTES(status.begin() + 172, status.begin() + 188), field(std::string(15, 'a'), 16));
 }
+
+// A record whose every char array is one letter and then garbage.
+template <typename RECORD> static RECORD scribbled()
+{
+    RECORD record;
+    std::memset(static_cast<void *>(&record), 'x', sizeof record);
+    return record;
+}
+
+template <std::size_t N> static BYTES letter_of(std::array<char, N> &text)
+{
+    text[1] = '\0';
+    return field("x", N);
+}
+
+TEST(Wire, NothingBehindATextOfTheOtherRecordsIsSent)
+{
+    auto event = scribbled<UPS_EVENTLOGINFO>();
+    const BYTES agent_name = letter_of(event.AgentName);
+    BYTES bytes(28, 0xEE);
+    wire_puteventlog(bytes, 0, event);
+    EXPECT_EQ(BYTES(bytes.begin() + 12, bytes.end()), agent_name);
+
+    auto user = scribbled<USERSDATA>();
+    const BYTES texts = join({letter_of(user.UserName), letter_of(user.Address), letter_of(user.Email)});
+    bytes.assign(543, 0xEE);
+    wire_putuser(bytes, 0, user);
+    EXPECT_EQ(BYTES(bytes.begin() + 2, bytes.end()), texts);
+
+    auto param = scribbled<UPS_PARAM>();
+    UPS_COMMPARAM &comm = param.commparam;
+    const BYTES names = join({letter_of(comm.Agent), letter_of(comm.lpszAccount), letter_of(comm.lpszDomain),
+                              letter_of(comm.Group)});
+    bytes.assign(872, 0xEE);
+    wire_putparam(bytes, param);
+    EXPECT_EQ(BYTES(bytes.begin() + 76, bytes.end()), names);
+
+    auto guard = scribbled<PROTECTORCFG>();
+    const BYTES guard_name = letter_of(guard.lpszAgentName);
+    bytes.assign(20, 0xEE);
+    wire_putprotectorcfg(bytes, guard);
+    EXPECT_EQ(BYTES(bytes.begin() + 4, bytes.end()), guard_name);
+}

@@ -1,0 +1,19 @@
+// What the commands that run until they are told to end share: the signals that tell them, and the viewer's
+// clock.
+#pragma once
+
+#include <ctime>
+#include <string>
+
+/// From now on SIGINT, SIGTERM and SIGHUP end nothing by themselves but make quit_fd() readable for good.
+/// False, with errno, when that cannot be.
+[[nodiscard]] bool catch_quit_signals();
+
+/// For poll; -1 before catch_quit_signals.
+[[nodiscard]] int quit_fd();
+
+/// Waits; true when the user wants to go.
+[[nodiscard]] bool quit_within(int milliseconds);
+
+/// Local time by a strftime pattern.
+[[nodiscard]] std::string clock_text(std::time_t when, const char *pattern);
