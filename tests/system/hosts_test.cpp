@@ -383,6 +383,11 @@ TEST_F(Hosts, EveryStatedCauseIsAnnounced)
     hear_settings_changes(*monitor, desk, alpha);
     const auto lost = [](const Told &one) { return one.link == COMM_LOST; };
     EXPECT_EQ(hear_until(*monitor, alpha, "the lost link", lost).back().cmd, 0);
+
+    // No unit at all from now on: another port, and the link counts as not wanted.
+    change_config(desk, alpha, offsetof(UPS_PARAM, workparam.ComSet), std::string("\xFE\xFF\xFF\xFF", 4));
+    const auto unwanted = [](const Told &one) { return one.link == COMM_NOUPS; };
+    expect_leave_and_return(hear_until(*monitor, alpha, "its new port", unwanted), "port");
 }
 
 TEST_F(Hosts, EachMonitorHearsItsOwnLanguage)

@@ -19,6 +19,7 @@
 #include <netinet/tcp.h>
 #include <optional>
 #include <set>
+#include <sstream>
 #include <sys/socket.h>
 
 using namespace bed;
@@ -83,6 +84,34 @@ std::set<std::string> names_in_document()
         names.insert(document.substr(begin, document.find(' ', begin) - begin));
     }
     return names;
+}
+
+// The DataIds of the document's list: "| 28, 29 | 1C, 1D | monitor | ...".
+std::set<int> listed_dataids()
+{
+    const std::string document = testbed::read_file(DOCUMENT);
+    const std::size_t begin = document.find("## DataIds\n");
+    std::istringstream list(document.substr(begin, document.find("\n## ", begin) - begin));
+    std::set<int> ids;
+    for (std::string line; std::getline(list, line);) {
+        std::istringstream numbers(line.starts_with("| ") ? line.substr(2, line.find(" |") - 2) : "");
+        for (int id = 0; numbers >> id; numbers.ignore(1, ','))
+            ids.insert(id);
+    }
+    return ids;
+}
+
+// The DataIds of the packets whose first bytes are shown.
+std::set<int> shown_dataids()
+{
+    std::istringstream document(testbed::read_file(DOCUMENT));
+    std::set<int> ids;
+    for (std::string line; std::getline(document, line);) {
+        unsigned id = 0;
+        if (std::sscanf(line.c_str(), "0000 %*2x 01 01 %2x", &id) == 1)
+            ids.insert(static_cast<int>(id));
+    }
+    return ids;
 }
 
 // ---- hex dumps
@@ -153,7 +182,7 @@ std::string whole_packet(std::string &unread)
 {
     if (unread.size() < 8 || unread.size() < word_at(unread, 4))
         return {};
-    const std::string packet = unread.substr(0, word_at(unread, 4));
+    std::string packet = unread.substr(0, word_at(unread, 4));
     unread.erase(0, packet.size());
     return packet;
 }
@@ -616,6 +645,13 @@ TEST(ProtocolDocument, AProtectorAnswersAsShown)
     play.add(play.arrivals());
     play.end();
     play.expect_all_played();
+}
+
+TEST(ProtocolDocument, ShowsEveryDataIdAtWork)
+{
+    const std::set<int> listed = listed_dataids();
+    EXPECT_EQ(listed.size(), 36u);
+    EXPECT_EQ(shown_dataids(), listed);
 }
 
 TEST(ProtocolDocument, ShowsNoExchangeThatNobodyPlays)

@@ -29,4 +29,5 @@ target_sources(catalogue_test PRIVATE ${catalogue_ids}.mo)
 add_dependencies(catalogue_test catalogue)
 get_target_property(catalogue_built catalogue CATALOGUE_FILE)
 target_compile_definitions(catalogue_test PRIVATE CATALOGUE="${catalogue_built}"
-                                                  LOOKED_UP="${catalogue_ids}.mo")
+                                                  LOOKED_UP="${catalogue_ids}.mo"
+                                                  DOCUMENT="${PROJECT_SOURCE_DIR}/docs/protocol.md")

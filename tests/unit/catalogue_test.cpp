@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <iconv.h>
 #include <set>
 
@@ -103,6 +104,21 @@ TEST(Catalogue, DifferentEventsReadDifferently)
     std::set<std::string> texts;
     for (const EVENTMSG &event : EventMsg)
         EXPECT_TRUE(texts.insert(translation(event.msg)).second) << event.msg;
+}
+
+// People who write a monitor look the numbers up there.
+TEST(Catalogue, EventsAreDocumentedWithTheirTexts)
+{
+    std::ifstream document(DOCUMENT);
+    std::set<std::string> rows;
+    for (std::string line; std::getline(document, line);)
+        rows.insert(line);
+    for (const EVENTMSG &event : EventMsg) {
+        const std::string japanese = converted(translation(event.msg), "UTF-8", "EUC-JP");
+        const std::string row =
+            "| " + std::to_string(event.eID) + " | " + event.msg + " | " + japanese + " |";
+        EXPECT_EQ(rows.count(row), event.eID != 255 ? 1u : 0u) << row;
+    }
 }
 
 // ---- usable ----
