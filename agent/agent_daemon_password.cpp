@@ -10,6 +10,7 @@
 #include <array>
 #include <crypt.h>
 #include <cstring>
+#include <new>
 #include <pwd.h>
 #include <shadow.h>
 #include <string>
@@ -73,7 +74,12 @@ static std::int32_t right_of(const CREDENTIALS &given)
 static std::int32_t check_credentials()
 {
     CREDENTIALS given = credentials_from_packet();
-    const std::int32_t right = right_of(given);
+    std::int32_t right = RIGHT_REFUSED;
+    try {
+        right = right_of(given);
+    } catch (const std::bad_alloc &) {
+        right = RIGHT_REFUSED;  // what cannot be checked is not let in
+    }
     endspent();
     endpwent();
     explicit_bzero(&given, sizeof given);

@@ -15,23 +15,23 @@
 
 static constexpr LOGRANGE WHOLE_LOG = {0, 65536};  // what a protector tells of its event log
 
+static int answer_empty(AGENT *ag, std::uint8_t dataid)
+{
+    (void)packet_answer(ag, dataid, PACKET_HEAD_SIZE);
+    return net_sendpacketout(ag);
+}
+
 // Sends an answer of `count` records of `size` bytes, put there by `put`, or the empty answer when there are
-// none.
+// none, and when there is no memory for them: whoever asked must not wait for ever.
 template <typename PUT>
 static int answer_records(AGENT *ag, std::uint8_t dataid, std::size_t count, std::size_t size, PUT put)
 {
     const auto length = static_cast<std::uint32_t>(PACKET_HEAD_SIZE + count * size);
     const WIREBYTES data = packet_answer(ag, dataid, length);
     if (data.size() != count * size)
-        return -1;
+        return answer_empty(ag, dataid);
     for (std::size_t i = 0; i < count; ++i)
         put(data, i * size, i);
-    return net_sendpacketout(ag);
-}
-
-static int answer_empty(AGENT *ag, std::uint8_t dataid)
-{
-    (void)packet_answer(ag, dataid, PACKET_HEAD_SIZE);
     return net_sendpacketout(ag);
 }
 

@@ -8,6 +8,7 @@
 #include "agent_daemon_requests_internal.h"
 
 #include <algorithm>
+#include <new>
 #include <vector>
 
 // The list that a monitor sent last; `agent.sl` points into it until the schedules are asked for.
@@ -31,22 +32,27 @@ static SCHEDULEINFO schedule_from_monitor(const AGENT *ag, WIREVIEW data, std::s
     return info;
 }
 
-static void take_schedules(const AGENT *ag, WIREVIEW data)
+// -1 when there is no memory for the new list; the old one stays.
+static int take_schedules(const AGENT *ag, WIREVIEW data)
 {
-    schedules.assign(data.size() / sizeof(SCHEDULEINFO), SCHEDULELIST{});
+    try {
+        schedules = std::vector<SCHEDULELIST>(data.size() / sizeof(SCHEDULEINFO));
+    } catch (const std::bad_alloc &) {
+        return -1;
+    }
     for (std::size_t i = 0; i < schedules.size(); ++i) {
         schedules[i].info = schedule_from_monitor(ag, data, i * sizeof(SCHEDULEINFO));
         schedules[i].next = i + 1 < schedules.size() ? &schedules[i + 1] : nullptr;
     }
+    return 0;
 }
 
 int daemon_scheduleset(AGENT *ag)
 {
     const WIREVIEW data = packet_data();
     if (is_protector(ag) || packet_head().Length < PACKET_HEAD_SIZE ||
-        data.size() % sizeof(SCHEDULEINFO) != 0)
+        data.size() % sizeof(SCHEDULEINFO) != 0 || take_schedules(ag, data) == -1)
         return -1;
-    take_schedules(ag, data);
     ag->sl = schedules.empty() ? nullptr : schedules.data();
     ein.DATA.schlist = ag->sl;
     return engine_call(ag, E_CMD_SETSCHEDULE, E_SCHEDULE);

@@ -182,9 +182,13 @@ int net_readpacketfromtcpsocket(NETINFO *netinfo, NETCLI *client, int *outlen)
     const UPS_PACKET_HEAD head = wire_gethead(io.head);
     // The data of a header that is not valid stays in the stream and is met as the next header. Peers rely
     // on this, odd as it is.
-    if (!net_checkisvalidpacket(head) || head.Length < PACKET_HEAD_SIZE) {
+    if (!net_checkisvalidpacket(head)) {
         next_packet(io);
         return 0;
+    }
+    if (head.Length < PACKET_HEAD_SIZE) {
+        next_packet(io);
+        return receive_from(netinfo, client, head.Length);
     }
     if (head.Length > LENGTH_LIMIT)
         return -1;

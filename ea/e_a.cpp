@@ -3,9 +3,11 @@
 #include "e_a.h"
 
 #include "e_a_internal.h"
+#include "filehandle.h"
 #include "shared_word.h"
 
 #include <algorithm>
+#include <new>
 
 ENGINE engine;
 
@@ -134,13 +136,25 @@ static int dispatch(std::int32_t cmd, UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout)
     return result;
 }
 
+// Without memory a step fails like any other, and the agent stays: whoever asked is told, the next turn tries
+// again.
+template <typename STEP> static int carried_out(STEP step)
+{
+    try {
+        return step();
+    } catch (const std::bad_alloc &) {
+        close_write_batch();  // of a save that was cut off; an open one would be written to for ever
+        return -1;
+    }
+}
+
 // Every call advances the timers, a monitor's request too: a busy network must not hold a shutdown back.
 int Event_Action(std::int32_t cmd, UPS_EIN_DATA *ein, [[maybe_unused]] std::int32_t *eoutcmd,
                  UPS_EOUT_DATA *eout)
 {
     engine.CURRENTCMD = cmd;
     engine.ISCOMLST = shared_load(ein->DATA.upsinfop->CommStatus) == COMM_LOST;
-    const bool failed = dispatch(cmd, ein, eout) != 0;
-    const bool timerfailed = schedule(ein, eout) != 0;
+    const bool failed = carried_out([=] { return dispatch(cmd, ein, eout); }) != 0;
+    const bool timerfailed = carried_out([=] { return schedule(ein, eout); }) != 0;
     return failed || timerfailed ? -1 : 0;
 }

@@ -402,6 +402,18 @@ TEST_F(Framing, EndOfStreamBehindAPacketComesAfterIt)
     EXPECT_EQ(take_once(), -1);
 }
 
+TEST_F(Framing, EndOfStreamFurtherInAHeaderIsNotReported)
+{
+    send_all(peer, {0x10});
+    EXPECT_EQ(take_once(), 0);
+    send_all(peer, {0x01, 0x01});
+    EXPECT_EQ(take_once(), 0);
+    shutdown(peer, SHUT_WR);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(take_once(), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
 TEST_F(Framing, EndOfStreamBehindTheFirstByteIsReported)
 {
     send_all(peer, {0x10});

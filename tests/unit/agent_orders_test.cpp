@@ -1,6 +1,6 @@
 // The orders of monitors and of other agents, from the packet to the engine: which are taken, what exactly is
-// handed on, and that nothing but the battery date is answered. The engine is a stand-in that notes its
-// calls.
+// handed on, and that nothing but the battery date is answered; and of new settings what the real engine
+// reads anew, so that nobody sees it afterwards. The engine is a stand-in that notes its calls.
 #include "agent_daemon.h"
 #include "agent_fixture.h"
 #include "agent_net.h"
@@ -78,7 +78,13 @@ int Event_Action(std::int32_t cmd, UPS_EIN_DATA *in, std::int32_t *, UPS_EOUT_DA
     if (cmd == 18) {
         call.order = in->DATA.agentevent->id;
         note_down(call, in->DATA.agentevent->adip);
-    } else {
+    } else if (cmd == 9) {
+        EXPECT_EQ(in->DATA.eu.eap, agent.el.data());
+        EXPECT_EQ(in->DATA.eu.uip->udp, agent.us.data());
+        call.number = in->DATA.eu.uip->nusers;
+    } else if (cmd == 10) {
+        EXPECT_EQ(in->DATA.schlist, agent.sl);
+    } else if (cmd == 11) {
         note_order(call, in->DATA.acp);
     }
     calls.push_back(call);
@@ -510,4 +516,66 @@ TEST_F(OrderPackets, TheAnswerToAnOsInquiryIsNoShutdownOrder)
     EXPECT_EQ(ask(packet(17, counting(28))), -1);
     EXPECT_EQ(receive(peer).size(), 36U);
     EXPECT_TRUE(calls.empty());
+}
+
+TEST_F(OrderPackets, AnOsInquiryOfTheLengthOfAShutdownOrderIsNone)
+{
+    BYTES request = down_packet(6, "Office");
+    request[3] = 17;
+    expect_refused(request, "from a monitor");
+    EXPECT_EQ(order(request), -1);
+    EXPECT_TRUE(calls.empty());
+}
+
+// ---- new settings, as the engine is handed them
+
+TEST_F(OrderPackets, TheEngineIsHandedTheUsersThatCameAndNoOthers)
+{
+    for (USERSDATA &user : agent.us) {
+        user.UserID = 9;
+        user.UserName.fill('o');
+        user.Address.fill('o');
+        user.Email.fill('o');
+    }
+    const BYTES user = join({{3, 0}, field("root", 21), field("here", 260), field("r@x", 260)});
+    EXPECT_EQ(ask(packet(81, join({counting(13348), user}))), 0);
+    ASSERT_EQ(calls.size(), 1U);
+    EXPECT_EQ(calls[0].cmd, 9);
+    EXPECT_EQ(calls[0].datatype, E_EVENTACTION);
+    EXPECT_EQ(calls[0].number, 1);
+    EXPECT_EQ(std::memcmp(agent.us.data(), user.data(), user.size()), 0);
+    for (std::size_t i = 1; i < USER_COUNT; ++i) {
+        EXPECT_EQ(agent.us[i].UserID, 0xFF) << i;
+        EXPECT_EQ(field_view(agent.us[i].UserName), "") << i;
+        EXPECT_EQ(field_view(agent.us[i].Address), "") << i;
+        EXPECT_EQ(field_view(agent.us[i].Email), "") << i;
+    }
+}
+
+TEST_F(OrderPackets, TheEngineIsHandedTheWholeConfigurationConverted)
+{
+    const auto japanese = [](std::size_t size) { return field("\x93\x64\x8C\xB9", size); };
+    const BYTES numbers = counting(76);
+    EXPECT_EQ(ask(packet(82, join({numbers, japanese(260), japanese(260), japanese(260), japanese(16)}))), 0);
+    ASSERT_EQ(calls.size(), 1U);
+    EXPECT_EQ(calls[0].cmd, 8);
+    EXPECT_EQ(calls[0].datatype, E_UPSCONFIG);
+    EXPECT_TRUE(calls[0].pointed_at_status);
+    const UPS_PARAM &live = block.ups.up;
+    EXPECT_EQ(std::memcmp(&live, numbers.data(), numbers.size()), 0);
+    for (const std::string_view text :
+         {field_view(live.commparam.Agent), field_view(live.commparam.Group),
+          field_view(live.commparam.lpszAccount), field_view(live.commparam.lpszDomain)})
+        EXPECT_EQ(text, "\xC5\xC5\xB8\xBB");
+}
+
+TEST_F(OrderPackets, TheEngineIsHandedTheSchedulesThatCame)
+{
+    EXPECT_EQ(ask(packet(80, counting(60))), 0);
+    ASSERT_EQ(calls.size(), 1U);
+    EXPECT_EQ(calls[0].cmd, 10);
+    EXPECT_EQ(calls[0].datatype, E_SCHEDULE);
+    EXPECT_EQ(ask(packet(80)), 0);
+    EXPECT_EQ(agent.sl, nullptr);
+    EXPECT_EQ(calls.size(), 2U);
 }

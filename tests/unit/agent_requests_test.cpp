@@ -85,7 +85,14 @@ TEST_F(Requests, OtherSubRequestsAreRefused)
             continue;
         EXPECT_EQ(ask(packet(24, {static_cast<std::uint8_t>(sub), 0, 0, 0, 0, 0, 0, 0})), -1) << sub;
     }
-    EXPECT_EQ(ask(packet(24)), -1);
+    EXPECT_TRUE(receive(peer).empty());
+}
+
+TEST_F(Requests, ASubRequestIsNotTakenFromBehindTheEndOfItsPacket)
+{
+    std::fill_n(packet_bytes().begin() + 8, 8, std::uint8_t{6});
+    for (const std::size_t size : {0U, 1U, 7U})
+        EXPECT_EQ(ask(packet(24, BYTES(size, 6))), -1) << size;
     EXPECT_TRUE(receive(peer).empty());
 }
 
