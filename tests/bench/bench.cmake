@@ -1,9 +1,13 @@
-# Figures, not tests; each is run in the sandbox (build/dev/bin/sandbox -- build/dev/bin/NAME [PART]):
+# Figures, not tests, and none that sanitized programs could give; each is run in the sandbox (build/dev/bin/sandbox -- build/dev/bin/NAME [PART]):
 #   bench_agent     models, flips, requests, idle
 #   bench_engine    turn, settings, paging
 #   bench_group     of so many agents; the sandbox with --bridge lan
 #   bench_protocol  rates, memory, connects
 #   bench_shutdown  failure, deadline
+if(VOLTARIA_SANITIZE)
+  return()
+endif()
+
 add_executable(bench_agent ${CMAKE_CURRENT_SOURCE_DIR}/bench/bench_agent.cpp)
 target_compile_definitions(bench_agent PRIVATE VOLTARIA_PROGRAMS="${CMAKE_BINARY_DIR}/bin")
 target_link_libraries(bench_agent PRIVATE voltaria_options testbed)
