@@ -28,7 +28,8 @@
 #include <unistd.h>
 #include <utility>
 
-static bool unlock_owed = false;  // this process holds `AGINFO.locked` and has yet to clear it
+static bool unlock_owed = false;   // this process holds `AGINFO.locked` and has yet to clear it
+static bool tool_put_off = false;  // a tool's request was met when the file lock was taken
 
 static constexpr int SELECT_BOUND = 32;       // first argument of select while there are few descriptors
 static constexpr int DOWN_ANNOUNCEMENTS = 3;  // monitors are told this often that the agent ends
@@ -271,11 +272,14 @@ static void unlock_block()
 // What an outside management tool asks for through the shared block.
 static void serve_tools(AGENT *ag)
 {
-    if (unlock_owed)
-        unlock_block();
+    tool_put_off = false;
     const std::int32_t request = shared_load(ag->aip->isagentchg);
-    if (request == 0 || unlock_owed || net_trytestandsetlock() != 0)
+    if (request == 0)
         return;
+    if (unlock_owed || net_trytestandsetlock() != 0) {
+        tool_put_off = unlock_owed || shared_load(ag->aip->locked) == 0;
+        return;
+    }
     if (request < 0) {
         printf1("daemon_doagent: receive agentmanage stop command\n");
         unlock_block();
@@ -310,10 +314,13 @@ static void turn(AGENT *ag)
     }
     serve_clients(ag, watched);
     logins_checkone(ag);
-    if (something) {
+    if (unlock_owed)
+        unlock_block();  // also in a quiet turn: a tool may wait for the word
+    if (something)
         watch_ups_process(ag, watched);
+    // They are looked for when something happened; one that the file lock kept back need not wait for more.
+    if (something || tool_put_off)
         serve_tools(ag);
-    }
     daemon_dropreplies(ag);
     run_engine(ag);
 }

@@ -5,10 +5,12 @@
 #include "wire_records.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
 #include <deque>
 #include <ifaddrs.h>
-#include <netinet/in.h>
 #include <sstream>
+#include <sys/socket.h>
 
 using namespace bed;
 using testbed::Daemon;

@@ -249,6 +249,37 @@ TEST_F(Login, ManyAtOnceAreAllAnsweredAndOthersAreServedBetweenThem)
     EXPECT_GE(turns, TURNS_SEEN);
 }
 
+// While the logins before it are checked, a monitor's own waits, and so does what it has sent behind.
+TEST_F(Login, NothingOvertakesALoginThatWaits)
+{
+    constexpr std::size_t MANY = 10;
+    add_account("user", 5251, hashed("secret", "$6$", 10000));
+    const TcpClient known;
+    const Clients clients = connect_many(MANY, known);
+    for (const auto &client : clients)
+        client->send(login("user", "secret") + packet(16) + login("user", "wrong"));
+    for (const auto &client : clients) {
+        EXPECT_EQ(right_in(receive_answer(*client)), 2u);
+        EXPECT_EQ(receive_answer(*client)[3], 64);
+        EXPECT_EQ(right_in(receive_answer(*client)), 4u);
+    }
+}
+
+// A turn in which nothing happens lasts a second, but not while there is something to check.
+TEST_F(Login, LoginsThatWaitAreCheckedWithoutAPause)
+{
+    constexpr std::size_t MANY = 20;
+    add_account("user", 5261, hashed("secret", "$6$"));
+    const TcpClient known;
+    const Clients clients = connect_many(MANY, known);
+    const auto begin = std::chrono::steady_clock::now();
+    for (const auto &client : clients)
+        client->send(login("user", "secret"));
+    for (const auto &client : clients)
+        EXPECT_EQ(right_in(receive_answer(*client)), 2u);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(MANY / 2));
+}
+
 TEST_F(Login, AFloodOfDatagramsMakesTheAgentHashNothing)
 {
     constexpr int MANY = 50;

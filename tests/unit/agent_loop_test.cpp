@@ -10,11 +10,15 @@
 #include <climits>
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
+#include <dlfcn.h>
 #include <fstream>
 #include <iterator>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/select.h>
 #include <sys/shm.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
@@ -33,9 +37,13 @@ static void *shared_memory(std::size_t size)
 struct watched_agent {
     std::atomic<int> links_left;  // so often the file lock can be taken; then somebody else has it
     std::atomic<int> block_left;  // on the way out: 1 a pointer to the removed block was left, 0 none
+    std::atomic<int> turns;       // so often it began to wait for something to read
+    std::atomic<int> bound;       // the descriptors that it looks at then lie below this
+    std::atomic<long> logged;     // bytes that the event log had when the last datagram was sent
 };
 
-static watched_agent *const watched = new (shared_memory(sizeof(watched_agent))) watched_agent{INT_MAX, -1};
+static watched_agent *const watched =
+    new (shared_memory(sizeof(watched_agent))) watched_agent{INT_MAX, -1, 0, 0, 0};
 
 extern "C" int link(const char *from, const char *to) noexcept
 {
@@ -44,6 +52,45 @@ extern "C" int link(const char *from, const char *to) noexcept
     watched->links_left = 0;
     errno = EEXIST;
     return -1;
+}
+
+extern "C" int select(int bound, fd_set *reading, fd_set *writing, fd_set *failed, timeval *limit)
+{
+    static const auto real = reinterpret_cast<decltype(&select)>(dlsym(RTLD_NEXT, "select"));
+    if (reading != nullptr) {
+        watched->bound = bound;
+        ++watched->turns;
+    }
+    return real(bound, reading, writing, failed, limit);
+}
+
+static long log_size()
+{
+    struct stat state = {};
+    return stat("/usr/lib/voltaria/events.log", &state) == 0 ? static_cast<long>(state.st_size) : 0;
+}
+
+extern "C" ssize_t sendto(int fd, const void *bytes, size_t size, int flags, const sockaddr *to,
+                          socklen_t length)
+{
+    static const auto real = reinterpret_cast<decltype(&sendto)>(dlsym(RTLD_NEXT, "sendto"));
+    watched->logged = log_size();
+    return real(fd, bytes, size, flags, to, length);
+}
+
+template <typename PREDICATE> static bool eventually(PREDICATE holds)
+{
+    const int step = 20;
+    for (int waited = 0; waited < PATIENCE && !holds(); waited += step)
+        poll(nullptr, 0, step);
+    return holds();
+}
+
+static double seconds_now()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
 // The agent ready to run.
@@ -114,6 +161,12 @@ class Ready : public AgentTest
         send_all(fd, packet(16));
         const BYTES answer = receive(fd, 228);
         return answer.size() == 228 && answer[3] == 64;
+    }
+
+    static void wait_for_turns(int count)
+    {
+        const int before = watched->turns;
+        EXPECT_TRUE(eventually([&] { return watched->turns >= before + count; }));
     }
 
     int ending()
@@ -190,8 +243,10 @@ TEST_F(Loop, A65thMonitorIsConnectedAndNeverServed)
 {
     const int first = monitor();
     EXPECT_TRUE(is_served(first));
-    for (int i = 1; i < 64; ++i)
+    for (int i = 1; i < 64; ++i) {
         monitor();
+        EXPECT_TRUE(is_served(first));  // few connections can wait to be accepted
+    }
     const int extra = monitor();
     send_all(extra, packet(16));
     for (int i = 0; i < 3; ++i)
@@ -274,6 +329,52 @@ TEST_F(Loop, AFileLockThatIsTakenWhileTheBlockIsLockedHoldsNobodyUp)
     EXPECT_EQ(shared_load(shared->locked), 0);
 }
 
+// A tool waits for the word as long as it is set.
+TEST_F(Loop, ABlockThatCouldNotBeUnlockedIsUnlockedThoughNothingHappensAnyMore)
+{
+    const int fd = monitor();
+    EXPECT_TRUE(is_served(fd));
+    watched->links_left = 1;
+    shared_store(shared->isagentchg, 1);
+    ASSERT_TRUE(is_served(fd));
+    ASSERT_TRUE(is_served(fd));
+    wait_for_turns(1);  // it waits, with the word set
+    ASSERT_EQ(shared_load(shared->locked), 1);
+    watched->links_left = INT_MAX;
+    EXPECT_TRUE(eventually([&] { return shared_load(shared->locked) == 0; }));
+}
+
+TEST_F(Loop, AToolsRequestThatMetTheFileLockTakenIsServedThoughNothingHappensAnyMore)
+{
+    const int fd = monitor();
+    EXPECT_TRUE(is_served(fd));
+    watched->links_left = 0;
+    shared_store(shared->isagentchg, 1);
+    ASSERT_TRUE(is_served(fd));
+    ASSERT_TRUE(is_served(fd));
+    wait_for_turns(1);
+    ASSERT_EQ(shared_load(shared->isagentchg), 1);
+    watched->links_left = INT_MAX;
+    EXPECT_TRUE(eventually([&] { return shared_load(shared->isagentchg) == 0; }));
+}
+
+TEST_F(Loop, AToolsRequestIsLookedForWhenSomethingHappensOnly)
+{
+    const int fd = monitor();
+    EXPECT_TRUE(is_served(fd));
+    wait_for_turns(1);
+    shared_store(shared->locked, 1);
+    shared_store(shared->isagentchg, 1);
+    EXPECT_TRUE(is_served(fd));
+    EXPECT_TRUE(is_served(fd));
+    wait_for_turns(1);
+    shared_store(shared->locked, 0);
+    wait_for_turns(2);
+    EXPECT_EQ(shared_load(shared->isagentchg), 1);
+    send_all(fd, {0xFF});
+    EXPECT_TRUE(eventually([&] { return shared_load(shared->isagentchg) == 0; }));
+}
+
 TEST_F(Loop, AToolStopsItThoughTheFileLockIsTakenMeanwhile)
 {
     const int fd = monitor();
@@ -309,12 +410,36 @@ TEST_F(Loop, WithNobodyConnectedItGoesOnTurning)
     }
 }
 
+TEST_F(Loop, ATurnInWhichNothingHappensLastsASecond)
+{
+    EXPECT_TRUE(is_served(monitor()));
+    const double begin = seconds_now();
+    const int before = watched->turns;
+    EXPECT_TRUE(eventually([&] { return watched->turns >= before + 3; }));
+    const int passed = watched->turns - before;
+    // The turn under way, and those of the monitor that has come and gone, may be shorter.
+    EXPECT_LE(passed, 3 + seconds_now() - begin);
+}
+
+// The entries are the pipe, the socket for datagrams, the listeners together, and each monitor.
+TEST_F(Loop, WhatIsLookedAtIsBoundedByTheNumberOfEntries)
+{
+    const int first = monitor();
+    for (int monitors_now = 1; monitors_now <= 40; ++monitors_now) {
+        EXPECT_TRUE(is_served(first));
+        EXPECT_TRUE(is_served(first));  // a turn that began with all of them
+        const int entries = 3 + monitors_now;
+        EXPECT_EQ(watched->bound, entries <= 31 ? 32 : entries + 1) << monitors_now << " monitors";
+        monitor();
+    }
+}
+
 TEST_F(Ready, ASelectThatFailsEndsIt)
 {
     const int ufd = std::exchange(agent.agnet.ufd, 31);  // below the bound
     ASSERT_EQ(fcntl(31, F_GETFD), -1);
     start();
-    ending();
+    EXPECT_EQ(ending(), EBADF);
     agent.agnet.ufd = ufd;
     EXPECT_NE(debug_text().find("daemon_doagent: select\n"), std::string::npos);
     EXPECT_NE(debug_text().find("net_netexit called\n"), std::string::npos);
@@ -325,7 +450,7 @@ TEST_F(Ready, AListenerThatFailsEndsIt)
     const int deaf = keep(socket(AF_INET, SOCK_STREAM, 0));  // bound to nothing, not listening
     EXPECT_GE(dup2(deaf, agent.agnet.tfdlist->tcpfd), 0);
     start();
-    ending();
+    EXPECT_EQ(ending(), EINVAL);
     EXPECT_NE(debug_text().find("daemon_doagent: accept\n"), std::string::npos);
     EXPECT_NE(debug_text().find("net_netexit called\n"), std::string::npos);
 }
@@ -345,4 +470,5 @@ TEST_F(Loop, GoingMonitorsAreToldThreeTimes)
         EXPECT_EQ(told[i * 100 + 3], 240);
         EXPECT_EQ(told[i * 100 + 8], 1);  // Delete
     }
+    EXPECT_GT(log_size(), watched->logged) << "the stop is logged behind that";
 }

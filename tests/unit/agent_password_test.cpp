@@ -375,6 +375,18 @@ TEST_F(WaitingLogins, AMonitorThatLeavesTakesItsLoginAlongAndTheOthersKeepTheirs
     EXPECT_EQ(crypt_calls, 1);
 }
 
+TEST_F(WaitingLogins, TheNextMonitorInASlotInheritsNone)
+{
+    log_in(client, peer);
+    free_client_sockfd(&agent.agnet, client->sockfd);
+    const int next = connect_monitor(0, 1001);
+    EXPECT_FALSE(logins_ready(&agent.agnet));
+    logins_checkone(&agent);
+    EXPECT_EQ(crypt_calls, 0);
+    EXPECT_TRUE(receive(next).empty());
+    EXPECT_EQ(net_client_p[0].auth, 0);
+}
+
 TEST_F(WaitingLogins, ALoginWaitsUntilItsMonitorHasTakenWhatItIsOwed)
 {
     log_in(client, peer);
@@ -394,6 +406,20 @@ TEST_F(WaitingLogins, ALoginWaitsUntilItsMonitorHasTakenWhatItIsOwed)
     EXPECT_TRUE(logins_ready(&agent.agnet));
     logins_checkone(&agent);
     EXPECT_EQ(receive(peer), right_answer(2));
+}
+
+TEST_F(WaitingLogins, OneThatMayNotBeCheckedYetHoldsNoneUpThatCameLater)
+{
+    const int second = connect_monitor(0, 1001);
+    log_in(client, peer);
+    log_in(client->next, second);
+    ASSERT_EQ(client_send(client, BYTES(1024 * 1024)), 0);
+    ASSERT_TRUE(client_haspending(client));
+    EXPECT_TRUE(logins_ready(&agent.agnet));
+    logins_checkone(&agent);
+    EXPECT_EQ(receive(second), right_answer(2));
+    EXPECT_TRUE(login_waits(client));
+    EXPECT_FALSE(logins_ready(&agent.agnet));
 }
 
 TEST_F(WaitingLogins, OnlyWholeLoginsWait)
