@@ -30,31 +30,6 @@ static bool has_control(std::string_view text)
     });
 }
 
-// The agent's shell gets a command as it stands, so it is no text of the protocol's encodings. C1 control
-// characters count as foreign bytes, too.
-static bool is_utf8(std::string_view text)
-{
-    const auto at = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    for (std::size_t i = 0; i < text.size();) {
-        const unsigned lead = at(i);
-        const std::size_t length = lead < 0x80                   ? 1
-                                   : lead >= 0xC2 && lead < 0xE0 ? 2
-                                   : lead >= 0xE0 && lead < 0xF0 ? 3
-                                   : lead >= 0xF0 && lead < 0xF5 ? 4
-                                                                 : 0;
-        if (length == 0 || length > text.size() - i || (lead == 0xC2 && at(i + 1) < 0xA0))
-            return false;
-        for (std::size_t k = 1; k < length; k++)
-            if ((at(i + k) & 0xC0U) != 0x80)
-                return false;
-        if ((lead == 0xE0 && at(i + 1) < 0xA0) || (lead == 0xED && at(i + 1) >= 0xA0) ||
-            (lead == 0xF0 && at(i + 1) < 0x90) || (lead == 0xF4 && at(i + 1) >= 0x90))
-            return false;
-        i += length;
-    }
-    return true;
-}
-
 static std::string put_command(UPS_EVENTINFO &event, std::string_view command)
 {
     if (has_control(command))
@@ -135,10 +110,7 @@ std::string eventset_tell_words(const EVENT_SET &set, const UPS_EVENTINFO &event
 
 std::string eventset_command_words(const UPS_EVENTINFO &event)
 {
-    const std::string_view command = command_of(event);
-    if (is_utf8(command) && !has_control(command))
-        return std::string(command);
-    return text_safe(command, TEXT_CODE::Euc);
+    return text_safe(command_of(event), TEXT_CODE::Utf8);
 }
 
 // ---- Users ----

@@ -258,6 +258,9 @@ static std::string put_text(const SETTING &setting, std::string_view value, UPS_
 {
     if (value.empty() || value.find_first_not_of(' ') == std::string_view::npos)
         return std::string(setting.key) + " must not be empty";
+    // The settings file drops some of these, and agents compare the rest of them, which nobody sees.
+    if (value.front() == ' ' || value.front() == '=' || value.back() == ' ')
+        return std::string(setting.key) + " must neither begin with a blank or \"=\" nor end with a blank";
     const std::string wrong = charset_put(value, TEXT_CODE::ShiftJis, setting.text(config));
     return wrong.empty() ? "" : std::string(setting.key) + " " + wrong;
 }

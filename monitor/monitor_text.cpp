@@ -36,8 +36,8 @@ static bool control(std::uint32_t code)
     const auto within = [code](std::uint32_t first, std::uint32_t last) {
         return code >= first && code <= last;
     };
-    return code < 0x20 || within(0x7F, 0x9F) || within(0x200E, 0x200F) || within(0x2028, 0x202E) ||
-           within(0x2066, 0x2069);
+    return code < 0x20 || within(0x7F, 0x9F) || code == 0x061C || within(0x200E, 0x200F) ||
+           within(0x2028, 0x202E) || within(0x2066, 0x2069);
 }
 
 static bool wide(std::uint32_t code)

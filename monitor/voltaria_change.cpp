@@ -3,7 +3,6 @@
 
 #include <arpa/inet.h>
 #include <array>
-#include <cstdio>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <thread>
@@ -37,13 +36,31 @@ bool agreed(bool yes, const std::string &question)
 {
     if (yes || ask_yes(question))
         return true;
-    std::fputs("voltaria: nothing was sent\n", stderr);
+    static_cast<void>(fail("nothing was sent"));
     return false;
 }
 
 MONITOR_RESULT protector_result()
 {
     return {MONITOR_ERROR::BadAnswer, "this agent keeps no such settings: it is a protector, without a UPS"};
+}
+
+MONITOR_RESULT told_nothing(MONITOR_SESSION &session)
+{
+    UPS_UPSINFO status{};
+    MONITOR_RESULT result = monitor_status(session, status);
+    if (!monitor_ok(result))
+        return result;
+    if (status.AgentType == AGENTTYPE_PROTECTOR)
+        return protector_result();
+    return {MONITOR_ERROR::BadAnswer, "the agent told no settings: it cannot read them now"};
+}
+
+MONITOR_RESULT after_sending(MONITOR_RESULT result)
+{
+    if (!monitor_ok(result))
+        result.text = "sent, but " + result.text;
+    return result;
 }
 
 MONITOR_RESULT write_and_read_back(const std::function<MONITOR_RESULT()> &write,
@@ -54,7 +71,7 @@ MONITOR_RESULT write_and_read_back(const std::function<MONITOR_RESULT()> &write,
     for (int attempt = 0; attempt < 2 && !taken; attempt++) {
         MONITOR_RESULT result = write();
         if (monitor_ok(result))
-            result = read_back();
+            result = after_sending(read_back());
         if (!monitor_ok(result))
             return result;
         taken = found();
@@ -68,7 +85,7 @@ MONITOR_RESULT wait_for_status(MONITOR_SESSION &session,
 {
     const auto deadline = std::chrono::steady_clock::now() + session.timeout;
     for (;;) {
-        MONITOR_RESULT result = monitor_status(session, status);
+        MONITOR_RESULT result = after_sending(monitor_status(session, status));
         seen = monitor_ok(result) && shows(status);
         if (!monitor_ok(result) || seen || std::chrono::steady_clock::now() >= deadline)
             return result;
@@ -78,5 +95,5 @@ MONITOR_RESULT wait_for_status(MONITOR_SESSION &session,
 
 void remark(const std::string &text)
 {
-    std::fprintf(stderr, "voltaria: note: %s\n", text.c_str());
+    static_cast<void>(fail("note: " + text));
 }

@@ -21,6 +21,11 @@
 
 /// The result for an agent that keeps no such settings because it is a protector.
 [[nodiscard]] MONITOR_RESULT protector_result();
+/// What an answer without settings means, by the agent's role: it is a protector, or it cannot read them.
+[[nodiscard]] MONITOR_RESULT told_nothing(MONITOR_SESSION &session);
+
+/// A result that came after something had been sent, and says so when it is a failure.
+[[nodiscard]] MONITOR_RESULT after_sending(MONITOR_RESULT result);
 
 /// Writes a setting and reads it back, a second time when it is not found: a settings file that has no
 /// section yet loses the first key that is written into it. `taken` says whether it was found at the end.
@@ -28,8 +33,8 @@
                                                  const std::function<MONITOR_RESULT()> &read_back,
                                                  const std::function<bool()> &found, bool &taken);
 
-/// Asks for the status several times a second until it shows what is looked for or the session's time limit
-/// has passed; `seen` says which, `status` is the last answer.
+/// After an order: asks for the status several times a second until it shows what is looked for or the
+/// session's time limit has passed; `seen` says which, `status` is the last answer.
 [[nodiscard]] MONITOR_RESULT wait_for_status(MONITOR_SESSION &session,
                                              const std::function<bool(const UPS_UPSINFO &)> &shows,
                                              UPS_UPSINFO &status, bool &seen);

@@ -4,6 +4,7 @@
 
 #include "monitor_text.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <clocale>
@@ -14,6 +15,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <langinfo.h>
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -51,11 +53,38 @@ std::string connection_place(const CONNECTION &connection)
 
 // ---- Printing ----
 
+static bool takes_utf8(int fd)
+{
+    return isatty(fd) == 0 ||
+           (std::setlocale(LC_CTYPE, "") != nullptr && std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0);
+}
+
+// One line as standard error may show it, with the blanks at its end that a question has.
+static std::string harmless(const std::string &line)
+{
+    const std::size_t words = line.find_last_not_of(' ') + 1;
+    const std::string text = text_safe(line, TEXT_CODE::Utf8) + line.substr(words);
+    return takes_utf8(STDERR_FILENO) ? text : text_ascii(text);
+}
+
+void complain(std::string_view text)
+{
+    std::string shown;
+    while (!text.empty()) {
+        const std::size_t end = std::min(text.find('\n'), text.size());
+        shown += harmless(std::string(text.substr(0, end)));
+        if (end < text.size())
+            shown += '\n';
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    // Where standard error is gone, the exit status still says it.
+    static_cast<void>(std::fputs(shown.c_str(), stderr));
+    static_cast<void>(std::fflush(stderr));
+}
+
 int fail(std::string_view text, int status)
 {
-    const std::string line = "voltaria: " + std::string(text) + "\n";
-    // Where standard error is gone, the exit status still says it.
-    static_cast<void>(std::fputs(line.c_str(), stderr));
+    complain("voltaria: " + std::string(text) + "\n");
     return status;
 }
 
@@ -66,8 +95,7 @@ int fail(const MONITOR_RESULT &result)
 
 bool utf8_output()
 {
-    return isatty(STDOUT_FILENO) == 0 ||
-           (std::setlocale(LC_CTYPE, "") != nullptr && std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0);
+    return takes_utf8(STDOUT_FILENO);
 }
 
 int print_raw(std::string_view text)
@@ -86,15 +114,27 @@ int print(std::string_view text)
 
 // ---- Asking ----
 
+// Waits until there is something to read, with the signals let in that `let_in` lets in and nowhere else: one
+// that came just before would leave a plain read waiting. False when one came.
+static bool wait_for_typing(int fd, const sigset_t *let_in)
+{
+    while (let_in != nullptr && ending_signal == 0) {
+        pollfd watched{fd, POLLIN, 0};
+        if (ppoll(&watched, 1, nullptr, let_in) >= 0 || errno != EINTR)
+            break;
+    }
+    return ending_signal == 0;
+}
+
 // One line without its end, straight from the descriptor: what follows stays there for the next question.
 // False at the end of the input, at a signal and for a line of no sensible length.
-static bool take_line(int fd, std::string &line)
+static bool take_line(int fd, std::string &line, const sigset_t *let_in = nullptr)
 {
     line.clear();
-    for (;;) {
+    while (wait_for_typing(fd, let_in)) {
         char c = '\0';
         const ssize_t got = read(fd, &c, 1);
-        if (got < 0 && errno == EINTR && ending_signal == 0)
+        if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
             return got == 0 && !line.empty();
@@ -104,13 +144,7 @@ static bool take_line(int fd, std::string &line)
             return false;
         line += c;
     }
-}
-
-// Questions go to standard error: standard output may be a file.
-static void show_prompt(std::string_view prompt)
-{
-    static_cast<void>(std::fputs(std::string(prompt).c_str(), stderr));
-    static_cast<void>(std::fflush(stderr));
+    return false;
 }
 
 bool ask_yes(std::string_view question)
@@ -119,18 +153,24 @@ bool ask_yes(std::string_view question)
         static_cast<void>(fail("there is no terminal to ask on: give --yes to go on without being asked"));
         return false;
     }
-    show_prompt(std::string(question) + " [y/N] ");
+    complain(std::string(question) + " [y/N] ");
     std::string answer;
-    return take_line(STDIN_FILENO, answer) &&
-           (answer == "y" || answer == "Y" || answer == "yes" || answer == "Yes");
+    if (take_line(STDIN_FILENO, answer))
+        return answer == "y" || answer == "Y" || answer == "yes" || answer == "Yes";
+    complain("\n");
+    return false;
 }
 
 bool read_line(std::string_view prompt, std::string &text)
 {
-    if (isatty(STDIN_FILENO) != 0)
-        show_prompt(prompt);
-    if (take_line(STDIN_FILENO, text))
+    const bool terminal = isatty(STDIN_FILENO) != 0;
+    if (terminal)
+        complain(prompt);
+    const bool taken = take_line(STDIN_FILENO, text);
+    if (taken && !text.empty())
         return true;
+    if (terminal && !taken)
+        complain("\n");
     static_cast<void>(fail("nothing was typed"));
     return false;
 }
@@ -148,6 +188,7 @@ struct SILENCED_SIGNALS {
     std::array<struct sigaction, 4> before{};
     struct sigaction stop_before {
     };
+    sigset_t mask_before{};
 };
 
 static void silence_signals(SILENCED_SIGNALS &signals)
@@ -155,9 +196,14 @@ static void silence_signals(SILENCED_SIGNALS &signals)
     struct sigaction action {
     };
     sigemptyset(&action.sa_mask);
-    action.sa_handler = on_signal_while_silent;  // and the read ends: no SA_RESTART
-    for (std::size_t i = 0; i < signals.numbers.size(); ++i)
+    action.sa_handler = on_signal_while_silent;
+    sigset_t held;
+    sigemptyset(&held);
+    for (std::size_t i = 0; i < signals.numbers.size(); ++i) {
+        sigaddset(&held, signals.numbers[i]);
         sigaction(signals.numbers[i], &action, &signals.before[i]);
+    }
+    pthread_sigmask(SIG_BLOCK, &held, &signals.mask_before);
     action.sa_handler = SIG_IGN;
     sigaction(SIGTSTP, &action, &signals.stop_before);
 }
@@ -168,6 +214,7 @@ static void restore_signals(const SILENCED_SIGNALS &signals)
     for (std::size_t i = 0; i < signals.numbers.size(); ++i)
         sigaction(signals.numbers[i], &signals.before[i], nullptr);
     sigaction(SIGTSTP, &signals.stop_before, nullptr);
+    pthread_sigmask(SIG_SETMASK, &signals.mask_before, nullptr);
     if (ending_signal != 0)
         raise(ending_signal);
 }
@@ -183,10 +230,10 @@ static bool take_line_without_echo(int fd, std::string_view prompt, std::string 
         termios silent = before;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO | ECHOE | ECHOK | ECHONL);
         if (tcsetattr(fd, TCSAFLUSH, &silent) == 0) {
-            show_prompt(prompt);
-            taken = take_line(fd, line);
+            complain(prompt);
+            taken = take_line(fd, line, &signals.mask_before);
             tcsetattr(fd, TCSAFLUSH, &before);
-            show_prompt("\n");
+            complain("\n");
         }
     }
     restore_signals(signals);

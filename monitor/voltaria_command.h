@@ -1,8 +1,9 @@
 // What the commands of `voltaria` share: how one registers, the connection options, printing, asking, ending.
 //
-// A command is one function  void add_NAME(CLI::App &app, int &status)  declared in voltaria_commands.h and
-// listed in voltaria_main.cpp. It adds its subcommand with options bound to a record that a std::shared_ptr
-// keeps alive, and a callback that does the work and stores the exit status in `status`:
+// A command is one function  void add_NAME(CLI::App &app, int &status)  declared in voltaria_read.h,
+// voltaria_settings.h or voltaria_orders.h and listed in voltaria_main.cpp. It adds its subcommand with
+// options bound to a record that a std::shared_ptr keeps alive, and a callback that does the work and stores
+// the exit status in `status`:
 //
 //     void add_thing(CLI::App &app, int &status)
 //     {
@@ -62,6 +63,9 @@ void add_language_option(CLI::App &command, CONNECTION &connection);
 /// "server1:4112", made safe for a terminal.
 [[nodiscard]] std::string connection_place(const CONNECTION &connection);
 
+/// Writes to standard error: control characters but the line end escaped, '?' for UTF-8 on a terminal that is
+/// not UTF-8.
+void complain(std::string_view text);
 /// Prints "voltaria: TEXT" on standard error and returns the exit status that fits the result.
 [[nodiscard]] int fail(const MONITOR_RESULT &result);
 /// Prints "voltaria: TEXT" on standard error and returns `status`.
@@ -83,5 +87,5 @@ void add_language_option(CLI::App &command, CONNECTION &connection);
 /// terminal, the first line of standard input. False, after saying why, when nothing could be read. Never
 /// logged.
 [[nodiscard]] bool read_password(std::string_view prompt, std::string &password);
-/// Reads one line with echo, from the same place.
+/// Reads one line with echo from standard input. False, after saying so, when it is empty.
 [[nodiscard]] bool read_line(std::string_view prompt, std::string &text);

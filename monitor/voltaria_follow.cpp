@@ -1,5 +1,7 @@
-// The end of a command by signal, as something to poll for.
+// The end of a command by signal, as something to poll for; times and notices in words.
 #include "voltaria_follow.h"
+
+#include "monitor_text.h"
 
 #include <array>
 #include <cerrno>
@@ -56,4 +58,13 @@ std::string clock_text(std::time_t when, const char *pattern)
         return "?";
     const std::size_t length = std::strftime(buffer.data(), buffer.size(), pattern, &local);
     return {buffer.data(), length};
+}
+
+std::string notice_text(const std::string &message)
+{
+    std::string bytes = message;
+    for (char &c : bytes)
+        if (c == '\n' || c == '\r')
+            c = ' ';
+    return text_safe(bytes, TEXT_CODE::ShiftJis);
 }

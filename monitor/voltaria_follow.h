@@ -1,5 +1,5 @@
-// What the commands that run until they are told to end share: the signals that tell them, and the viewer's
-// clock.
+// What the commands that run until they are told to end share: the signals that tell them, the viewer's
+// clock, and how a notice is shown.
 #pragma once
 
 #include <ctime>
@@ -17,3 +17,6 @@
 
 /// Local time by a strftime pattern.
 [[nodiscard]] std::string clock_text(std::time_t when, const char *pattern);
+
+/// A notice as it came, in one line that is harmless to a terminal.
+[[nodiscard]] std::string notice_text(const std::string &message);

@@ -1,7 +1,7 @@
 // `voltaria`, the command-line monitor: the list of its commands, and the options that they share.
 #include "voltaria_command.h"
-#include "voltaria_commands.h"
 #include "voltaria_orders.h"
+#include "voltaria_read.h"
 #include "voltaria_settings.h"
 
 #include <CLI/CLI.hpp>
@@ -10,6 +10,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
+#include <sstream>
+#include <unistd.h>
 
 // ---- Shared options ----
 
@@ -82,6 +85,17 @@ static constexpr std::array<REGISTRATION, 16> REGISTRATIONS{
     add_cancel, add_buzzer, add_battery_date, add_login,
 };
 
+// Help and version, which were asked for, or what is wrong with the command line.
+static int end_of_parsing(const CLI::App &app, const CLI::ParseError &error)
+{
+    std::ostringstream wanted;
+    std::ostringstream wrong;
+    const bool usage = app.exit(error, wanted, wrong) != 0;
+    complain(wrong.str());
+    const int printed = print(wanted.str());
+    return usage ? EXIT_USAGE : printed;
+}
+
 static int run(int argc, char **argv)
 {
     CLI::App app{
@@ -96,13 +110,23 @@ static int run(int argc, char **argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? EXIT_SUCCESS : EXIT_USAGE;
+        return end_of_parsing(app, error);
     }
     return status;
 }
 
+// A standard descriptor that is closed would become the first socket, and what is printed would go to the
+// agent. In its place comes one that can be neither read nor written, so that whoever tries is told.
+static void fill_standard_descriptors()
+{
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(fd, F_GETFD) == -1)
+            static_cast<void>(open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+}
+
 int main(int argc, char **argv)
 {
+    fill_standard_descriptors();
     try {
         return run(argc, argv);
     } catch (const std::exception &error) {

@@ -1,6 +1,5 @@
 // `voltaria notices`: one connection kept for as long as it holds, made anew when it is lost.
 #include "monitor_records.h"
-#include "monitor_text.h"
 #include "voltaria_follow.h"
 #include "voltaria_read.h"
 
@@ -12,21 +11,11 @@
 static constexpr int RETRY_INTERVAL = 1000;   // ms between two attempts
 static constexpr int SILENCE_LIMIT = 10'000;  // ms after which a silent agent is asked for a sign of life
 
-// A notice of several lines becomes one.
-static std::string one_line(const std::string &message)
-{
-    std::string bytes = message;
-    for (char &c : bytes)
-        if (c == '\n' || c == '\r')
-            c = ' ';
-    return text_safe(bytes, TEXT_CODE::ShiftJis);
-}
-
 // Prints and forgets what has come; false when nobody can read it any more.
 static bool print_messages(MONITOR_SESSION &session)
 {
     for (const std::string &message : session.messages)
-        if (print(clock_text(std::time(nullptr), "%Y-%m-%d %H:%M:%S ") + one_line(message) + "\n") !=
+        if (print(clock_text(std::time(nullptr), "%Y-%m-%d %H:%M:%S ") + notice_text(message) + "\n") !=
             EXIT_SUCCESS)
             return false;
     session.messages.clear();

@@ -83,6 +83,8 @@ void add_login(CLI::App &app, int &status)
     auto line =
         add_work(*command, login, "voltaria login --host server1\nvoltaria login --user root", status);
     command->add_option("--user", line->user, "The user's name on the agent's host; else it is asked for");
-    command->footer("The password is asked for and crosses the network in clear text.\n\n" +
-                    example("voltaria login --host server1\nvoltaria login --user root"));
+    command->footer(
+        "The password is asked for and crosses the network in clear text. Where standard input is\n"
+        "no terminal, user and password are its lines.\n\n" +
+        example("voltaria login --host server1\nvoltaria login --user root"));
 }

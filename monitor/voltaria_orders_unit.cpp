@@ -100,7 +100,7 @@ static int test_buzzer(MONITOR_SESSION &session)
 {
     MONITOR_RESULT result = monitor_order(session, DATAID_BUZZER_TEST);
     if (monitor_ok(result))
-        result = monitor_settle(session);
+        result = after_sending(monitor_settle(session));
     return monitor_ok(result) ? print("Sent; the agent does not confirm this order.\n") : fail(result);
 }
 

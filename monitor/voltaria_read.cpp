@@ -1,7 +1,6 @@
 // The command lines of the commands that only look.
 #include "voltaria_read.h"
 
-#include "voltaria_commands.h"
 #include "voltaria_watch.h"
 
 #include <CLI/CLI.hpp>

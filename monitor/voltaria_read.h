@@ -1,11 +1,18 @@
-// The commands of `voltaria` that only look: what each was asked for, and the work behind it. Registered by
-// voltaria_read.cpp. Each returns the program's exit status.
+// The commands that only look: what their command lines say, the registrations, and the work behind each,
+// which returns the program's exit status.
 #pragma once
 
 #include "voltaria_command.h"
 
 #include <string>
 #include <vector>
+
+void add_status(CLI::App &app, int &status);
+void add_watch(CLI::App &app, int &status);
+void add_discover(CLI::App &app, int &status);
+void add_notices(CLI::App &app, int &status);
+void add_log(CLI::App &app, int &status);
+void add_data(CLI::App &app, int &status);
 
 struct STATUS_LINE {
     CONNECTION connection{};

@@ -18,7 +18,7 @@ static MONITOR_RESULT read_config(MONITOR_SESSION &session, UPS_PARAM &config)
 {
     bool empty = false;
     MONITOR_RESULT result = monitor_config(session, config, empty);
-    return monitor_ok(result) && empty ? protector_result() : result;
+    return monitor_ok(result) && empty ? told_nothing(session) : result;
 }
 
 // ---- get ----
@@ -61,16 +61,23 @@ static bool becomes_protector(const UPS_PARAM &wanted)
     return wanted.commparam.AgentType == AGENTTYPE_PROTECTOR;
 }
 
-// A protector tells no configuration: none is what is found when the role was taken.
+// A protector tells no configuration, so the role itself is looked at.
+static MONITOR_RESULT read_back_role(MONITOR_SESSION &session, const UPS_PARAM &wanted, UPS_PARAM &now)
+{
+    UPS_UPSINFO status{};
+    MONITOR_RESULT result = monitor_status(session, status);
+    if (monitor_ok(result)) {
+        now = wanted;
+        now.commparam.AgentType = status.AgentType;
+    }
+    return result;
+}
+
 static MONITOR_RESULT read_back(MONITOR_SESSION &session, const UPS_PARAM &wanted, UPS_PARAM &now)
 {
-    bool empty = false;
-    MONITOR_RESULT result = monitor_config(session, now, empty);
-    if (monitor_ok(result) && empty && !becomes_protector(wanted))
-        return protector_result();
-    if (empty)
-        now = wanted;
-    return result;
+    if (becomes_protector(wanted))
+        return read_back_role(session, wanted, now);
+    return read_config(session, now);
 }
 
 static int store(MONITOR_SESSION &session, const SETTING &setting, const UPS_PARAM &before,

@@ -14,7 +14,7 @@ static MONITOR_RESULT read_set(MONITOR_SESSION &session, EVENT_SET &set)
 {
     bool empty = false;
     MONITOR_RESULT result = monitor_events(session, set.events, set.users, empty);
-    return monitor_ok(result) && empty ? protector_result() : result;
+    return monitor_ok(result) && empty ? told_nothing(session) : result;
 }
 
 // Reads the set and hands it to the work; the work's exit status, or that of the failure.

@@ -3,7 +3,6 @@
 #include "voltaria_watch.h"
 
 #include "monitor_page.h"
-#include "monitor_text.h"
 #include "voltaria_command.h"
 #include "voltaria_feed.h"
 #include "voltaria_follow.h"
@@ -62,8 +61,7 @@ static void watch_on_screen(FEED &feed, const MONITOR_OPTIONS &options, bool utf
     for (;;) {
         const FEED_STATE state = feed_take(feed);
         if (!state.messages.empty())
-            message = clock_text(std::time(nullptr), "%H:%M:%S ") +
-                      text_safe(state.messages.back(), TEXT_CODE::ShiftJis);
+            message = clock_text(std::time(nullptr), "%H:%M:%S ") + notice_text(state.messages.back());
         screen_draw(page_watch(view_of(state, options, message), screen_size()), utf8);
         std::array<pollfd, 3> watched{{{quit_fd(), POLLIN, 0}, {keys, POLLIN, 0}, {feed.news_fd, POLLIN, 0}}};
         const int ready = poll(watched.data(), watched.size(), milliseconds_to_next_second());
@@ -88,14 +86,13 @@ static std::string line_of(const FEED_STATE &state)
 // False when nobody can read it any more.
 static bool print_line(const std::string &line)
 {
-    const std::string stamp = clock_text(std::time(nullptr), "%Y-%m-%d %H:%M:%S ");
-    return std::fputs((stamp + line + "\n").c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
+    return print(clock_text(std::time(nullptr), "%Y-%m-%d %H:%M:%S ") + line + "\n") == EXIT_SUCCESS;
 }
 
 static bool print_messages(const FEED_STATE &state)
 {
     for (const std::string &message : state.messages)
-        if (!print_line("message: " + text_safe(message, TEXT_CODE::ShiftJis)))
+        if (!print_line("message: " + notice_text(message)))
             return false;
     return true;
 }
@@ -107,7 +104,7 @@ static int watch_in_lines(FEED &feed)
         const FEED_STATE state = feed_take(feed);
         const std::string line = line_of(state);
         if (!print_messages(state) || (line != shown && !print_line(line)))
-            return EXIT_FAILURE;
+            return EXIT_REFUSED;
         shown = line;
         std::array<pollfd, 2> watched{{{quit_fd(), POLLIN, 0}, {feed.news_fd, POLLIN, 0}}};
         if (poll(watched.data(), watched.size(), -1) > 0 && watched[0].revents != 0)

@@ -1,10 +1,13 @@
 // `voltaria status` as a user or a script runs it: what it prints and how it ends.
+#include "monitor/monitor_records.h"
 #include "monitor_fake_agent.h"
 #include "monitor_terminal.h"
 
+#include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <sys/wait.h>
 
 using testing::HasSubstr;
 
@@ -105,6 +108,39 @@ TEST(VoltariaProgram, VersionIsPrinted)
     const PROGRAM_RESULT result = run_program({"--version"});
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(result.output, testing::ContainsRegex("^voltaria [0-9]+\\.[0-9]+\\.[0-9]+\n$"));
+}
+
+// ---- Standard descriptors ----
+
+// By way of a shell, with its redirections; -1 for an end by signal.
+static int status_of_shell(const std::string &arguments)
+{
+    const int status = std::system((VOLTARIA_PROGRAM " " + arguments).c_str());  // NOLINT: a text of ours
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(VoltariaProgram, WhatCannotBePrintedIsAFailureAndIsNotSentToTheAgent)
+{
+    std::atomic<int> strange = 0;
+    FAKE_AGENT agent([&strange](int fd) {
+        for (BYTES request = read_request(fd); !request.empty(); request = read_request(fd)) {
+            const int asked = request.at(3);
+            strange +=
+                asked != DATAID_OSINFO && asked != DATAID_GETUPSINFO && asked != DATAID_COMMAND ? 1 : 0;
+            if (!send_bytes(fd, asked == DATAID_OSINFO    ? packet(17, std::span(request).subspan(8))
+                                : asked == DATAID_COMMAND ? packet(DATAID_CONFIG, monitor_encode(UPS_PARAM{}))
+                                                          : status_answer(sample_status())))
+                return;
+        }
+    });
+    const std::string port = " --port " + std::to_string(agent.port);
+    EXPECT_EQ(status_of_shell("config get" + port + " >&- 2>/dev/null"), 1);
+    EXPECT_EQ(status_of_shell("status" + port + " >/dev/full 2>/dev/null"), 1);
+    EXPECT_EQ(status_of_shell("watch" + port + " >&- 2>/dev/null"), 1);
+    EXPECT_EQ(status_of_shell("log --help >/dev/full 2>/dev/null"), 1);
+    EXPECT_EQ(status_of_shell("login --user x" + port + " <&- 2>/dev/null"), 2);
+    EXPECT_EQ(status_of_shell("status" + port + " 2>&- >/dev/null"), 0);
+    EXPECT_EQ(strange, 0);
 }
 
 // ---- JSON ----

@@ -101,3 +101,21 @@ TEST(VoltariaNotices, EachIsALineInUtf8AndTheLanguageIsTheOneAskedFor)
     run.type("\x03");
     EXPECT_EQ(run.wait(), 0);
 }
+
+TEST(VoltariaNotices, OneOfSeveralLinesIsALineForAWatcherToo)
+{
+    FAKE_AGENT agent([](int fd) {
+        const BYTES hello = read_request(fd);
+        send_bytes(fd, packet(17, std::span(hello).subspan(std::min<std::size_t>(8, hello.size()))));
+        const std::string text = "two\nlines\n";
+        send_bytes(fd, packet(79, BYTES(text.begin(), text.end())));
+        converse(fd, sample_status);
+    });
+    PTY_RUN run({"watch", "--port", std::to_string(agent.port)}, 60, 24);
+    EXPECT_TRUE(run.draw_until([](const std::string &screen) {
+        return screen.find("two lines") != std::string::npos;
+    })) << run.terminal.text();
+    EXPECT_THAT(run.terminal.text(), testing::Not(HasSubstr("\\x")));
+    run.type("q");
+    EXPECT_EQ(run.wait(), 0);
+}

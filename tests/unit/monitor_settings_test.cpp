@@ -106,6 +106,17 @@ TEST(SettingValue, WordsStandForCodes)
     EXPECT_EQ(setting_value(named("port"), config), "-1");
 }
 
+// Unseen, they would be lost in the settings file or keep a group apart.
+TEST(SettingValue, ATextThatBeginsOrEndsWithBlanksIsRefused)
+{
+    UPS_PARAM config = {};
+    for (const char *value : {"", "  ", " lead", "trail ", "=sign"}) {
+        EXPECT_NE(put("group", value, config), "") << value;
+        EXPECT_EQ(config.commparam.Group[0], '\0') << value;
+    }
+    EXPECT_EQ(put("group", "a=b c", config), "");
+}
+
 TEST(SettingValue, AGroupIsConvertedAndNeverCut)
 {
     UPS_PARAM config{};
@@ -195,6 +206,8 @@ TEST(EventChanges, ACommandIsShownAsUtf8AndItsControlCharactersAsNumbers)
     EXPECT_EQ(eventset_command_words(event), "logger \u505c\u96fb");
     std::copy_n("\x1b[2Jx", 6, event.Command.begin());
     EXPECT_EQ(eventset_command_words(event), "\\x1B[2Jx");
+    std::copy_n("a\u202Eb\u061Cc", 9, event.Command.begin());
+    EXPECT_EQ(eventset_command_words(event), "a\\x202Eb\\x61Cc");
     event.Command.fill('y');
     EXPECT_EQ(eventset_command_words(event), std::string(260, 'y'));
 }

@@ -6,6 +6,7 @@
 #include "monitor/monitor_records.h"
 
 #include <algorithm>
+#include <csignal>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -21,6 +22,7 @@ struct STUBBORN_AGENT {
     UPS_PARAM config{};
     EVENT_TABLE events{};
     std::vector<USERSDATA> users{};
+    bool speechless = false;      // settings are asked for in vain
     std::vector<int> received{};  // DataIds, in their order
 
     BYTES answer_of(const BYTES &request)
@@ -31,6 +33,8 @@ struct STUBBORN_AGENT {
         case DATAID_GETUPSINFO:
             return status_answer(status);
         case DATAID_COMMAND:
+            if (speechless)
+                return packet(request[8] == 5 ? DATAID_CONFIG : DATAID_EVENTS, {});
             return request[8] == 5   ? packet(DATAID_CONFIG, monitor_encode(config))
                    : request[8] == 4 ? packet(DATAID_EVENTS, monitor_encode(events, users))
                    : request[8] == 3 ? packet(DATAID_SCHEDULES, {})
@@ -159,4 +163,114 @@ TEST(VoltariaChange, APasswordIsNeverTakenFromTheCommandLine)
 {
     const PROGRAM_RESULT result = run_program({"login", "--password", "x"});
     EXPECT_EQ(result.status, 2);
+}
+
+TEST(VoltariaChange, AQuestionThatIsNotAnsweredWithYesSendsNothing)
+{
+    STUBBORN_AGENT agent;
+    agent.status.CommandDownS = agent.status.ShutdownS = 0;
+    FAKE_AGENT asked([&agent](int fd) { agent(fd); });
+    for (const std::string keys : {"n\n", "\n", "yy\n", "\x04", "\x03"}) {
+        PTY_RUN run({"shutdown", "--in", "60", "--port", std::to_string(asked.port)}, 60, 24);
+        EXPECT_TRUE(run.draw_until([](const std::string &screen) {
+            return screen.find("[y/N]") != std::string::npos;
+        })) << run.terminal.text();
+        run.type(keys);
+        EXPECT_EQ(run.wait(), keys == "\x03" ? -1 : 1) << testing::PrintToString(keys);
+    }
+    EXPECT_EQ(agent.times(DATAID_SHUTDOWN), 0);
+}
+
+TEST(VoltariaChange, APasswordQuestionThatASignalEndsGivesTheEchoBack)
+{
+    STUBBORN_AGENT agent;
+    FAKE_AGENT asked([&agent](int fd) { agent(fd); });
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        PTY_RUN run({"login", "--user", "keeper", "--port", std::to_string(asked.port)}, 60, 24);
+        EXPECT_TRUE(run.draw_until([](const std::string &screen) {
+            return screen.find("Password:") != std::string::npos;
+        })) << run.terminal.text();
+        EXPECT_EQ(run.settings().c_lflag & ECHO, 0U);
+        run.type(number == SIGINT ? "sesa\x03" : "sesa");
+        if (number != SIGINT)
+            kill(run.pid, number);
+        EXPECT_EQ(run.wait(), -1);
+        EXPECT_EQ(run.settings().c_lflag, run.before.c_lflag);
+        EXPECT_THAT(run.terminal.text(), Not(HasSubstr("sesa")));
+    }
+    EXPECT_EQ(agent.times(DATAID_PASSWORD), 0);
+}
+
+TEST(VoltariaChange, ComplaintsCarryNoControlCharacters)
+{
+    STUBBORN_AGENT agent;
+    agent.events[0].EventID = 65;
+    for (const std::vector<std::string> &arguments :
+         std::vector<std::vector<std::string>>{{"users", "remove", "k\x1b[31m"},
+                                               {"events", "set", "65", "--mail", "k\x1b[31m"},
+                                               {"config", "get", "k\x1b[31m"},
+                                               {"buzzer", "k\x1b[31m"},
+                                               {"status", "k\x1b[31m"}}) {
+        const PROGRAM_RESULT result = agent.asked(arguments);
+        EXPECT_NE(result.status, 0) << arguments[0];
+        EXPECT_THAT(result.errors, testing::AllOf(HasSubstr("k\\x1B[31m"), Not(HasSubstr("\x1b"))));
+    }
+}
+
+TEST(VoltariaChange, AnAgentThatTellsNoSettingsIsAProtectorOnlyWhenItsRoleSaysSo)
+{
+    STUBBORN_AGENT agent;
+    agent.speechless = true;
+    for (const std::vector<std::string> &arguments : std::vector<std::vector<std::string>>{
+             {"config", "get"}, {"events", "list"}, {"config", "set", "battery-time", "90"}}) {
+        agent.status.AgentType = AGENTTYPE_LOW;
+        EXPECT_EQ(agent.asked(arguments).errors,
+                  "voltaria: the agent told no settings: it cannot read them now\n");
+        agent.status.AgentType = AGENTTYPE_PROTECTOR;
+        EXPECT_THAT(agent.asked(arguments).errors, HasSubstr("it is a protector"));
+    }
+}
+
+TEST(VoltariaChange, ARoleThatIsNotTakenIsReported)
+{
+    STUBBORN_AGENT agent;
+    agent.status.AgentType = agent.config.commparam.AgentType = AGENTTYPE_LOW;
+    EXPECT_THAT(agent.asked({"config", "set", "role", "protector", "--yes"}).errors,
+                HasSubstr("did not take it: AgentType is low"));
+}
+
+TEST(VoltariaChange, ALoginWithoutAUserAsksForNoPassword)
+{
+    STUBBORN_AGENT agent;
+    FAKE_AGENT asked([&agent](int fd) { agent(fd); });
+    for (const std::string keys : {"\n", "\x04"}) {
+        PTY_RUN run({"login", "--port", std::to_string(asked.port)}, 60, 24);
+        EXPECT_TRUE(run.draw_until([](const std::string &screen) {
+            return screen.find("User at") != std::string::npos;
+        })) << run.terminal.text();
+        run.type(keys);
+        EXPECT_TRUE(run.draw_until([](const std::string &screen) {
+            return screen.find("\nvoltaria: nothing was typed") != std::string::npos;
+        })) << run.terminal.text();
+        EXPECT_EQ(run.wait(), 2);
+    }
+}
+
+TEST(VoltariaChange, AnAgentThatGoesAwayAfterAChangeIsNoReasonToThinkThatNothingWasSent)
+{
+    STUBBORN_AGENT agent;
+    FAKE_AGENT going([&](int fd) {
+        for (BYTES request = read_request(fd); !request.empty(); request = read_request(fd)) {
+            const BYTES answer = agent.answer_of(request);
+            if (answer.empty() || !send_bytes(fd, answer))
+                return;
+        }
+    });
+    for (std::vector<std::string> arguments : std::vector<std::vector<std::string>>{
+             {"config", "set", "battery-time", "90"}, {"buzzer", "off"}, {"buzzer", "test"}}) {
+        arguments.insert(arguments.end(), {"--port", std::to_string(going.port)});
+        const PROGRAM_RESULT result = run_program(arguments);
+        EXPECT_EQ(result.status, 1) << arguments[0];
+        EXPECT_THAT(result.errors, testing::StartsWith("voltaria: sent, but the ")) << arguments[0];
+    }
 }
