@@ -311,6 +311,13 @@ void Daemon::wait_ready(milliseconds limit)
     });
 }
 
+// A process that is ending loses its program, by which it is found, before its sockets: a daemon started in
+// between could not bind them.
+static void wait_for_sockets()
+{
+    eventually(seconds(10), [] { return !tcp_listening(TCP_PORT); });
+}
+
 // The agent looks at the request word only on a turn on which something arrived, so something is made to
 // arrive.
 void Daemon::stop(milliseconds limit)
@@ -322,6 +329,7 @@ void Daemon::stop(milliseconds limit)
         return eventually(milliseconds(100), [this] { return !running(); });
     };
     wait_until("the daemon to end", limit, gone, [] { return read_console(); });
+    wait_for_sockets();
 }
 
 void Daemon::wait_gone(milliseconds limit)
@@ -332,12 +340,15 @@ void Daemon::wait_gone(milliseconds limit)
 
 void Daemon::kill()
 {
-    eventually(seconds(10), [this] {
+    bool killed = false;
+    eventually(seconds(10), [this, &killed] {
         const std::vector<ProcessInfo> list = processes_of(program_);
         for (const ProcessInfo &process : list)
-            ::kill(process.pid, SIGKILL);
+            killed = ::kill(process.pid, SIGKILL) == 0 || killed;
         return list.empty();
     });
+    if (killed)
+        wait_for_sockets();
     SharedBlock::remove();
 }
 
