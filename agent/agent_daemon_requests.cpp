@@ -11,8 +11,6 @@
 #include "wp_field.h"
 #include "wp_strings.h"
 
-#include <cstring>
-
 static constexpr std::uint32_t UPSINFO_ANSWER = PACKET_HEAD_SIZE + sizeof(UPS_UPSINFO);
 static constexpr std::uint32_t OSINFO_LENGTH = PACKET_HEAD_SIZE + sizeof(VTOSINFO);
 static constexpr std::int32_t OS_AGENT = 2;  // this agent's own system code
@@ -85,23 +83,16 @@ int daemon_ansgetupsinfo(AGENT *ag)
     return net_sendpacketout(ag);
 }
 
-static bool same_peer(const NETCLI *client, const UPS_CLIADDR &origin)
-{
-    return client->sockfd == origin.sockfd &&
-           std::memcmp(&client->addr, &origin.addr, sizeof origin.addr) == 0;
-}
-
 int daemon_recvsendosinfo(AGENT *ag)
 {
     if (packet_head().Length != OSINFO_LENGTH)
         return -1;
     VTOSINFO info = wire_getosinfo(packet_data());
     const UPS_CLIADDR origin = packet_origin();
-    for (NETCLI *client = ag->agnet.clilist; client != nullptr; client = client->next)
-        if (same_peer(client, origin)) {
-            client->os = info.os;
-            client->lang = info.lang;
-        }
+    if (NETCLI *client = client_bypeer(&ag->agnet, origin.sockfd, origin.addr); client != nullptr) {
+        client->os = info.os;
+        client->lang = info.lang;
+    }
     info.os = OS_AGENT;
     const WIREBYTES data = packet_answer(ag, DATAID_OSINFO, OSINFO_LENGTH);
     if (data.empty())
