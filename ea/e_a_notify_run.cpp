@@ -21,6 +21,9 @@
 #include <unistd.h>
 #include <vector>
 
+int program_errors = -1;
+std::vector<pid_t> *program_pids = nullptr;
+
 static constexpr char NOSHELL[] = "SHELL=/bin/false";
 static constexpr int FIRST_OTHER_DESCRIPTOR = 3;
 static constexpr int DESCRIPTORS_CLOSED = 1024;  // by hand, where the kernel cannot; the agent has far fewer
@@ -90,7 +93,7 @@ static bool set_standard(int input, int output)
     const int null = open("/dev/null", O_RDWR);
     const int in = fcntl(input >= 0 ? input : null, F_DUPFD, FIRST_OTHER_DESCRIPTOR);
     const int out = fcntl(output >= 0 ? output : null, F_DUPFD, FIRST_OTHER_DESCRIPTOR);
-    const int errors = fcntl(null, F_DUPFD, FIRST_OTHER_DESCRIPTOR);
+    const int errors = fcntl(program_errors >= 0 ? program_errors : null, F_DUPFD, FIRST_OTHER_DESCRIPTOR);
     return in >= 0 && out >= 0 && errors >= 0 && dup2(in, STDIN_FILENO) >= 0 &&
            dup2(out, STDOUT_FILENO) >= 0 && dup2(errors, STDERR_FILENO) >= 0;
 }
@@ -152,6 +155,8 @@ int program_start(const PROGRAM &program)
         become(program, arguments.data(), environment.data());
     if (pid < 0)
         failed(program.path);
+    else if (program_pids != nullptr)
+        program_pids->push_back(pid);
     const int started = pid < 0 ? -1 : static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
     sigprocmask(SIG_SETMASK, &before, nullptr);
     return started;

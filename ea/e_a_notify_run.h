@@ -5,6 +5,8 @@
 #include <array>
 #include <cstdint>
 #include <string_view>
+#include <sys/types.h>
+#include <vector>
 
 // Arguments after the program's own name; null behind the last.
 using ARGUMENTS = std::array<const char *, 4>;
@@ -17,6 +19,13 @@ typedef struct _PROGRAM {
     int output = -1;       // descriptor; -1: /dev/null
     bool noshell = false;  // leave it no shell to run what it takes for a command
 } PROGRAM;
+
+/// Where programs write their errors: a descriptor; -1, as it stays in the daemon: /dev/null. A tool that
+/// tries the ways of telling users sets it.
+extern int program_errors;
+
+/// Where the numbers of started programs are kept; null, as it stays in the daemon: nowhere. Set likewise.
+extern std::vector<pid_t> *program_pids;
 
 /// A descriptor, at its beginning, of a file without a name that holds `text`; -1 on failure. The caller
 /// closes it.

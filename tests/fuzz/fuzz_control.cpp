@@ -1,0 +1,37 @@
+// The settings file as doctor and notify-test read it, with any content. Every setting that is found has a
+// place in the daemon's table, every complaint a line of the file.
+#include "control/control_notify.h"
+#include "control/control_settings.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
+
+static void require(bool holds, const char *what)
+{
+    if (holds)
+        return;
+    std::fprintf(stderr, "broken: %s\n", what);
+    std::abort();
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    const std::string_view text(reinterpret_cast<const char *>(data), size);
+    const auto lines = std::count(text.begin(), text.end(), '\n') + 1;
+    const SETTINGS settings = settings_parse(text);
+    for (const SETTING &setting : settings.list)
+        require(known_section(setting.section) && setting.line >= 1 && setting.line <= lines,
+                "a setting's place");
+    for (const COMPLAINT &complaint : settings.complaints)
+        require(complaint.line >= 1 && complaint.line <= lines && !complaint.text.empty(),
+                "a complaint's line");
+    require(notify_plan(settings).users.size() <= 32, "no more users than the daemon takes");
+    static_cast<void>(notify_patience(settings));
+    return 0;
+}
