@@ -86,6 +86,25 @@ TEST_P(Grace, FollowsTheDeadlineOfAMainsFailure)
     EXPECT_EQ(texts(grace_notices(stage.walls())), told);
 }
 
+// As the handbook tells it of the server on which others depend.
+TEST(GraceOfAHighServer, DefaultCountdownEndsThreeMinutesAfterTheFailure)
+{
+    Stage stage({.settings = heeding(6)});
+    stage.link_up();
+    stage.unit("mains fail");
+    ASSERT_TRUE(stage.goes_down(200s));
+    const std::int64_t failed = failed_at(stage);
+    EXPECT_THAT(events_since_link(stage), ElementsAre(65, 129, 80, 22, 8));
+    EXPECT_THAT(stage.times_of(129), ElementsAre(failed + 61));
+    EXPECT_THAT(stage.times_of(22), ElementsAre(failed + 180));
+    EXPECT_THAT(seconds_after(failed, stage.orders(static_cast<double>(failed))), ElementsAre(180));
+    EXPECT_THAT(texts(stage.walls()),
+                ElementsAre("UPS Ac fail, System will be shut down in 2 minute(s) and 30 second(s).",
+                            "UPS Ac fail, System will be shut down in 2 minute(s) and 0 second(s).",
+                            "UPS AC Fail Delay Run out", "Network Shutdown Triggered by Other Agent",
+                            "The system will shutdown in 2 minutes"));
+}
+
 TEST_P(Grace, FollowsAnOrderOfAnotherAgent)
 {
     Stage stage({.settings = role(GetParam().agenttype)});
