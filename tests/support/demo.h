@@ -58,5 +58,6 @@ std::string status_page(const Stage &stage);
 /// Plays the story to its end; throws where an act does not come about.
 void play(Stage &stage);
 
-/// Follows the status on the terminal, with keys for the weather, until q.
-void live(Stage &stage);
+/// Shows the monitor's live page on the terminal, with keys for the weather, until q. After `battery_time`
+/// seconds without mains the machine goes down.
+void live(Stage &stage, int battery_time);
