@@ -80,7 +80,9 @@ void block_detach(BLOCK &block)
 
 bool is_roots(const PROCESS &process, std::string_view name)
 {
-    return process.name == name && process.roots && !process.elsewhere;
+    // A script is named like its file, too, and runs a shell.
+    const bool itself = process.program.empty() || process.program == name;
+    return process.name == name && itself && process.roots && !process.elsewhere;
 }
 
 bool is_daemon(const PROCESS &process)

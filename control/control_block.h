@@ -34,8 +34,8 @@ struct DAEMON {
 inline constexpr char DAEMON_NAME[] = "voltariad";
 inline constexpr char CONTROL_NAME[] = "voltariactl";
 
-/// Whether it is one of this machine's processes of that name that root has started: anybody may call a
-/// program so.
+/// Whether it is this machine's program of that name that root has started: anybody may call a script or
+/// a program so.
 [[nodiscard]] bool is_roots(const PROCESS &process, std::string_view name);
 [[nodiscard]] bool is_daemon(const PROCESS &process);
 

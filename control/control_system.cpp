@@ -158,6 +158,16 @@ static bool is_started_by_root(const SYSTEM &system, const std::string &director
     return false;
 }
 
+// The file may have been replaced by a newer one meanwhile.
+static std::string program_of(const SYSTEM &system, const std::string &directory)
+{
+    static constexpr std::string_view DELETED = " (deleted)";
+    std::string file = system_link(system, directory + "/exe");
+    if (file.ends_with(DELETED))
+        file.resize(file.size() - DELETED.size());
+    return file.substr(file.rfind('/') + 1);
+}
+
 std::optional<PROCESS> system_process(const SYSTEM &system, pid_t pid)
 {
     if (pid <= 0)
@@ -167,6 +177,7 @@ std::optional<PROCESS> system_process(const SYSTEM &system, pid_t pid)
     auto process = text ? parse_process(pid, *text) : std::nullopt;
     if (!process || process->state == 'Z' || process->state == 'X')
         return std::nullopt;
+    process->program = program_of(system, directory);
     process->roots = is_started_by_root(system, directory);
     return process;
 }

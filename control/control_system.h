@@ -42,6 +42,7 @@ struct PROCESS {
     pid_t parent = 0;
     char state = '?';  // as /proc shows it; 'Z' has ended
     std::string name;
+    std::string program;      // whose file it runs, without the directory; empty where that is not to be seen
     std::uint64_t start = 0;  // clock ticks after boot; tells a process from a later one with its number
     bool elsewhere = false;   // in a container of its own, seen from outside
     bool roots = false;       // root started it: not a user, not even by a program that runs as root

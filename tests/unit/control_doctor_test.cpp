@@ -328,6 +328,18 @@ TEST_F(Doctor, DaemonsThatAreTooFewOrTooMany)
     expect("daemon", RESULT::Problem, "More than two");
 }
 
+TEST_F(Doctor, AScriptOfTheDaemonsNameIsNoDaemon)
+{
+    process(100, "voltariad");
+    link("/proc/100/exe", "/usr/bin/dash");
+    expect("daemon", RESULT::Warning, "does not run");
+    process(101, "voltariad");
+    link("/proc/101/exe", "/usr/lib/voltaria/voltariad (deleted)");
+    process(102, "voltariad", 101);
+    link("/proc/102/exe", "/usr/lib/voltaria/voltariad (deleted)");
+    expect("daemon", RESULT::Ok, "101 and 102");
+}
+
 TEST_F(Doctor, ADaemonThatTheNextBootDoesNotStart)
 {
     running_daemon();
