@@ -90,6 +90,30 @@ check_files() {
     diff <(echo root/root) <(dpkg-deb -c "$package" | awk '{ print $2 }' | sort -u)
 }
 
+# The unit's first check before the start, with another file for the one in which systemd keeps what is scheduled.
+going_down() {
+    local check
+    check=$(sed -n "/^ExecStartPre=\/bin\/sh -c '/,/'\$/p" "$out"/source/obj-*/packaging/voltariad.service |
+        sed -e "1s/^[^']*'//" -e "\$s/'\$//" -e 's/\\$//; s/\$\$/$/g; s/%%/%/g')
+    ! sh -c "${check//\/run\/systemd\/shutdown\/scheduled/$1}"
+}
+
+# refuses WHEN: a daemon that starts with that in the file stays away.
+refuses() {
+    local file=$out/scheduled
+    printf 'USEC=%s\nWARN_WALL=1\nMODE=poweroff\n' "$(date -d "$1" +%s)000000" >"$file"
+    going_down "$file"
+}
+
+# A new daemon stays away while the machine is going down, and only then.
+check_staying_away() {
+    if going_down "$out/no-such-file"; then return 1; fi
+    if refuses "1 hour"; then return 1; fi
+    refuses "1 second ago"
+    if refuses "20 minutes ago"; then return 1; fi
+    rm -f "$out/scheduled"
+}
+
 install_by_hand() {
     DESTDIR=$1 cmake --install "$out"/source/obj-* >/dev/null
 }
@@ -154,6 +178,7 @@ changes=$(ls "$out"/voltaria_*.changes)
 step "lintian" check_lintian
 step "hardening" check_hardening
 step "files" check_files
+step "stays away from a shutdown" check_staying_away
 step "install by hand" check_install_by_hand
 step "next version" make_next
 "$here/chroot.sh" "$package" "$out/next.deb" "$out"
