@@ -1,38 +1,8 @@
 // The JSON documents that monitor_json.h describes.
 #include "monitor_json.h"
 
+#include "monitor_parts_json.h"
 #include "monitor_text.h"
-#include "monitor_words.h"
-
-#include <nlohmann/json.hpp>
-
-using JSON = nlohmann::ordered_json;
-
-// A host name may be typed in any encoding; whatever is no UTF-8 is replaced rather than refused.
-static std::string text_of(const JSON &document)
-{
-    return document.dump(2, ' ', false, JSON::error_handler_t::replace);
-}
-
-static JSON text_or_null(std::string_view text)
-{
-    return text.empty() ? JSON(nullptr) : JSON(std::string(text));
-}
-
-static JSON code_object(std::int64_t code, const CODE_WORDS &words)
-{
-    return {{"code", code}, {"text", text_or_null(words.words)}};
-}
-
-static JSON time_or_null(const UPS_TIMEINFO &time)
-{
-    if (time_absent(time))
-        return nullptr;
-    std::string text = time_words(time);
-    if (time_valid(time))
-        text[10] = 'T';
-    return text;
-}
 
 static JSON date_or_null(const UPS_TIMEINFO &time)
 {

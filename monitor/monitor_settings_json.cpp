@@ -1,18 +1,12 @@
 // The documents that monitor_settings_json.h describes.
 #include "monitor_settings_json.h"
 
+#include "monitor_parts_json.h"
 #include "monitor_schedule_text.h"
-#include "monitor_words.h"
 
-#include <nlohmann/json.hpp>
-
-using JSON = nlohmann::ordered_json;
-
-// Texts are made safe before they get here; what is no UTF-8 all the same is replaced rather than thrown
-// about.
 static std::string document(const JSON &json)
 {
-    return json.dump(2, ' ', false, JSON::error_handler_t::replace) + "\n";
+    return text_of(json) + "\n";
 }
 
 static JSON setting_json(const SETTING &setting, const UPS_PARAM &config)
