@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <string>
 
 namespace bed
@@ -14,9 +15,15 @@ namespace bed
 
 using namespace std::chrono_literals;
 
-inline const std::string VOLTARIAD = VOLTARIA_PROGRAMS "/voltariad";
-inline const std::string UPSSIM = VOLTARIA_PROGRAMS "/upssim";
-inline const std::string VOLTARIA = VOLTARIA_PROGRAMS "/voltaria";
+/// The directory of the programs under test: this build's own, or those of another build whose directory the
+/// environment names.
+inline const std::string PROGRAMS = [] {
+    const char *other = std::getenv("VOLTARIA_PROGRAMS");
+    return std::string(other != nullptr ? other : VOLTARIA_PROGRAMS);
+}();
+inline const std::string VOLTARIAD = PROGRAMS + "/voltariad";
+inline const std::string UPSSIM = PROGRAMS + "/upssim";
+inline const std::string VOLTARIA = PROGRAMS + "/voltaria";
 
 // Long enough for a loaded machine and a sanitized daemon; nothing waits this long when all is well.
 inline constexpr auto PATIENCE = 40s;

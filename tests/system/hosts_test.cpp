@@ -30,8 +30,7 @@ class Hosts : public testing::Test
     Host &host(const std::string &name, bool limited_broadcast = true)
     {
         const std::string address = "10.78.0." + std::to_string(11 + hosts.size());
-        hosts.push_back(
-            std::make_unique<Host>(VOLTARIA_PROGRAMS, HostOptions{name, address, limited_broadcast}));
+        hosts.push_back(std::make_unique<Host>(PROGRAMS, HostOptions{name, address, limited_broadcast}));
         return *hosts.back();
     }
 

@@ -16,7 +16,7 @@
 namespace control_stage
 {
 
-inline const std::string VOLTARIACTL = VOLTARIA_PROGRAMS "/voltariactl";
+inline const std::string VOLTARIACTL = bed::PROGRAMS + "/voltariactl";
 inline constexpr char HELD[] = "/usr/lib/voltaria/.pipelock";
 
 inline testbed::RunResult control(std::vector<std::string> arguments)

@@ -196,7 +196,7 @@ TEST(ControlStop, WaitsForTheLockFileAndGoesOnWhenItIsFree)
     daemon.start();
     testbed::write_file(HELD, "");
     testbed::Child stop;
-    stop.start({VOLTARIA_PROGRAMS "/voltariactl", "stop"});
+    stop.start({VOLTARIACTL, "stop"});
     std::this_thread::sleep_for(100ms);  // whatever it has done by then, it cannot have asked
     EXPECT_EQ(shared_load(SharedBlock()->isagentchg), 0);
     EXPECT_TRUE(daemon.running());
@@ -226,7 +226,7 @@ TEST(ControlStop, WaitsWhileSomebodyHoldsTheBlock)
     ASSERT_NE(block, nullptr);
     shared_store(block->locked, 1);
     testbed::Child stop;
-    stop.start({VOLTARIA_PROGRAMS "/voltariactl", "stop"});
+    stop.start({VOLTARIACTL, "stop"});
     std::this_thread::sleep_for(100ms);  // as above
     EXPECT_EQ(shared_load(block->isagentchg), 0);
     shared_store(block->locked, 0);
