@@ -273,10 +273,13 @@ static int wait_both(AGENT *record, fd_set &ready)
     }
 }
 
-static void discard_input(AGENT *record)
+// What has come, and no waiting for more: a byte of noise now and then would keep every question waiting.
+static void discard_input()
 {
-    std::array<char, UNASKED_MAX + 1> unasked{};
-    ups_readdatafromups(record, unasked.data(), UNASKED_MAX);
+    std::array<char, UNASKED_MAX> unasked;
+    // End of file or an error where bytes were announced: the adapter has gone.
+    if (read(upschan.comfd, unasked.data(), unasked.size()) <= 0)
+        upschan.portdead = 1;
     ups_flushport();
 }
 
@@ -299,7 +302,7 @@ static void serve(AGENT *record)
         return;
     }
     if (upschan.comfd >= 0 && FD_ISSET(upschan.comfd, &ready))
-        discard_input(record);
+        discard_input();
     if (FD_ISSET(record->chna2u.actpipe[0], &ready))
         ups_procagentcmd(record);
     poll_when_due(record);

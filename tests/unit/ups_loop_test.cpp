@@ -74,6 +74,29 @@ TEST_F(UpsLoop, PollsAboutOnceASecond)
     EXPECT_LE(polls, 2);
 }
 
+TEST_F(UpsLoop, TrickleOfNoiseKeepsNoQuestionWaiting)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr900pl(unit);
+    ups_turn(&record);
+    unit.clear();
+    std::atomic<bool> stop{false};
+    std::thread noise([&] {
+        while (!stop) {
+            unit.send("~");
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        }
+    });
+    const double took = seconds_of([&] {
+        while (unit.count("CF") == 0)
+            ups_turn(&record);
+    });
+    stop = true;
+    noise.join();
+    EXPECT_LT(took, 6);
+    EXPECT_EQ(ui().CommStatus, COMM_ESTABLISHED);
+}
+
 TEST_F(UpsLoop, NoUpsIdles)
 {
     Unit unit("/dev/ttyS0");
@@ -114,6 +137,21 @@ TEST_F(UpsLoop, SelectionThatBecomesNoUpsEndsTheLine)
     ups_turn(&record);
     EXPECT_EQ(ui().ComId, 0);
     EXPECT_EQ(ui().CommStatus, COMM_ESTABLISHED);
+}
+
+TEST_F(UpsLoop, SearchThatIsGivenUpForNoUpsEndsItsTurn)
+{
+    Unit silent("/dev/ttyS0");
+    send_word(STATUS_NOW);
+    std::thread setting([&] {
+        while (silent.commands().empty())
+            std::this_thread::yield();
+        shared_store(block.ups.up.workparam.ComSet, COMSET_NOUPS);
+    });
+    ups_turn(&record);
+    setting.join();
+    EXPECT_EQ(ui().CommStatus, COMM_NOUPS);
+    EXPECT_FALSE(reply_waiting()) << "commands are the next turn's";
 }
 
 TEST_F(UpsLoop, UnpluggedUnitIsLostWithoutSpinningAndFoundOnAnotherPort)
