@@ -58,13 +58,24 @@ static int open_log(const LOGFILE &log)
     return -1;
 }
 
+// What the disk takes only a part of is taken off again: the next line would be read as the rest of it.
+static int write_line(int fd, off_t end, std::string_view line)
+{
+    const ssize_t written = write(fd, line.data(), line.size());
+    if (written == static_cast<ssize_t>(line.size()))
+        return 0;
+    if (written > 0 && end >= 0 && ftruncate(fd, end) != 0)
+        ea_error(std::string("Cannot shorten log: ") + std::strerror(errno));
+    return 1;
+}
+
 // Appends `line` to the open log and trims it to `linelimit` lines. A log that held lines already counts an
 // error of its own, which callers ignore; `failures` gets the real ones only.
 static int append(int fd, const LOGFILE &log, std::string_view line, int linelimit, int &failures)
 {
     const off_t end = lseek(fd, 0, SEEK_END);
     failures += end < 0;
-    failures += write(fd, line.data(), line.size()) != static_cast<ssize_t>(line.size());
+    failures += write_line(fd, end, line);
     failures += close(fd) != 0;
     failures += lengthcheck(log.path, linelimit, log.width) != 0;
     return end != 0 || failures != 0 ? -1 : 0;

@@ -5,7 +5,10 @@
 #include "e_a_error.h"
 #include "wp_field.h"
 
+#include <csignal>
+#include <cstring>
 #include <filesystem>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -170,6 +173,26 @@ TEST_F(EngineLog, AFullDiskIsAnErrorThatIsOne)
     EXPECT_EQ(eventlog(7, 200, 255, ""), -1);
     EXPECT_EQ(engine.eventlogfailed, 1);
     std::filesystem::remove(LOG_PATH);
+}
+
+// The event after it would be read as a part of this one.
+TEST_F(EngineLog, ALineThatTheDiskTookHalfOfIsTakenOffAgain)
+{
+    eventlog(7, 200, 255, "");
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit before;
+    getrlimit(RLIMIT_FSIZE, &before);
+    for (const rlim_t part : {1u, 22u, 43u}) {
+        const rlimit limit = {NAMELESS.size() + part, before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        EXPECT_EQ(eventlog(65, 200, 255, "host"), -1);
+        EXPECT_EQ(engine.eventlogfailed, 1);
+        setrlimit(RLIMIT_FSIZE, &before);
+        EXPECT_EQ(read_file(LOG_PATH), NAMELESS);
+    }
+    std::signal(SIGXFSZ, SIG_DFL);
+    eventlog(7, 200, 255, "");
+    EXPECT_EQ(read_file(LOG_PATH), NAMELESS + NAMELESS);
 }
 
 TEST_F(EngineLog, ATimeWithoutADateIsAnErrorButTheLineIsWritten)
@@ -460,6 +483,18 @@ TEST_F(LastTwo, WithLoggingOffTheLogIsNotRead)
     EXPECT_EQ(load(line_of(65) + line_of(0)), 0);
     EXPECT_EQ(ids(), std::pair(255, 255));
     EXPECT_EQ(engine.last2loaded, 0);
+}
+
+// As the process starts.
+static const std::array<UPS_EVENTLOGINFO, 2> last2event_at_start = engine.last2event;
+
+TEST(LastTwoAtStart, WhereNothingHappenedNothingElseStands)
+{
+    UPS_EVENTLOGINFO none{};
+    none.EventId = 255;
+    none.byDownToEvt = -1;
+    for (const UPS_EVENTLOGINFO &event : last2event_at_start)
+        EXPECT_EQ(std::memcmp(&event, &none, sizeof none), 0);
 }
 
 TEST_F(LastTwo, ANewEventIsStampedIntoTheNewer)
