@@ -109,24 +109,8 @@ static void texts_from_monitor(UPS_COMMPARAM &comm, int mode)
     field_fromnetwork(comm.lpszDomain, mode);
 }
 
-// The UPS process reads and writes two words of this record while the agent runs.
-static void make_live(UPS_PARAM &live, const UPS_PARAM &requested)
-{
-    UPS_WORKPARAM &work = live.workparam;
-    work.BSuspend = requested.workparam.BSuspend;
-    work.BattLife = requested.workparam.BattLife;
-    shared_store(work.ComSet, requested.workparam.ComSet);
-    work.TurnOffDelay = requested.workparam.TurnOffDelay;
-    shared_store(work.AutoReboot, requested.workparam.AutoReboot);
-    work.FirstWarningTime = requested.workparam.FirstWarningTime;
-    work.CountDownTime = requested.workparam.CountDownTime;
-    work.WarningBeforeSchel = requested.workparam.WarningBeforeSchel;
-    work.nCloseAppTime = requested.workparam.nCloseAppTime;
-    live.logparam = requested.logparam;
-    live.commparam = requested.commparam;
-}
-
-// The engine is handed the live record as the request: what was asked for is in force when it stores it.
+// The engine is handed the live record as the request: what was asked for is in force when it stores it. The
+// UPS process reads and writes words of the record meanwhile.
 int daemon_configset(AGENT *ag)
 {
     const WIREVIEW data = packet_data();
@@ -134,7 +118,7 @@ int daemon_configset(AGENT *ag)
         return -1;
     UPS_PARAM requested = wire_getparam(data);
     texts_from_monitor(requested.commparam, text_mode(packet_head()));
-    make_live(ag->aip->ups.up, requested);
+    shared_assign(ag->aip->ups.up, requested);
     return engine_call(ag, E_CMD_SETCONFIG, E_UPSCONFIG);
 }
 
@@ -146,7 +130,7 @@ int daemon_setprotector(AGENT *ag)
     if (data.size() != sizeof(PROTECTORCFG) || !is_protector(ag))
         return -1;
     const PROTECTORCFG config = wire_getprotectorcfg(data);
-    field_set(ag->aip->ups.up.commparam.Agent, field_view(config.lpszAgentName));
+    field_share(ag->aip->ups.up.commparam.Agent, field_view(config.lpszAgentName));
     return engine_call(ag, E_CMD_SETCONFIG, E_UPSCONFIG);
 }
 

@@ -41,10 +41,8 @@ void ups_setmodel(std::string_view name)
     std::array<char, sizeof field> text{};
     field_set(text, name);
     // The name is the same in nearly every pass; readers then never see it half written.
-    if (text == field)
-        return;
-    for (std::size_t i = 0; i < text.size(); ++i)
-        shared_store(field[i], text[i]);
+    if (text != field)
+        shared_assign(field, text);
 }
 
 // ---- the model read

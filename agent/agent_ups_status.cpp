@@ -79,14 +79,14 @@ void ups_savetestrslt(SELFTESTRESULT *slot, std::uint32_t result)
     const std::time_t now = std::time(nullptr);
     std::tm local{};
     localtime_r(&now, &local);
-    UPS_TIMEINFO &t = slot->timeinfo;
-    shared_store(t.year, static_cast<std::uint8_t>(local.tm_year));
-    shared_store(t.month, static_cast<std::int8_t>(local.tm_mon + 1));
-    shared_store(t.day, static_cast<std::int8_t>(local.tm_mday));
-    shared_store(t.hour, static_cast<std::int8_t>(local.tm_hour));
-    shared_store(t.minute, static_cast<std::int8_t>(local.tm_min));
-    shared_store(t.second, static_cast<std::int8_t>(local.tm_sec));
-    shared_store(t.wReserver, 0);
+    UPS_TIMEINFO t{};
+    t.year = static_cast<std::uint8_t>(local.tm_year);
+    t.month = static_cast<std::int8_t>(local.tm_mon + 1);
+    t.day = static_cast<std::int8_t>(local.tm_mday);
+    t.hour = static_cast<std::int8_t>(local.tm_hour);
+    t.minute = static_cast<std::int8_t>(local.tm_min);
+    t.second = static_cast<std::int8_t>(local.tm_sec);
+    shared_assign(slot->timeinfo, t);
     shared_store(slot->Result, result);
 }
 

@@ -101,14 +101,7 @@ int ups_getrebootstatus(AGENT *record)
 
 void ups_setbattdate(const UPS_TIMEINFO &date)
 {
-    UPS_TIMEINFO &field = upschan.aip->ups.ui.PreChangeBatt;
-    shared_store(field.year, date.year);
-    shared_store(field.month, date.month);
-    shared_store(field.day, date.day);
-    shared_store(field.hour, date.hour);
-    shared_store(field.minute, date.minute);
-    shared_store(field.second, date.second);
-    shared_store(field.wReserver, date.wReserver);
+    shared_assign(upschan.aip->ups.ui.PreChangeBatt, date);
 }
 
 void ups_configbattchgtime()

@@ -2,6 +2,8 @@
 // NUL; one that goes there is filled with zeros behind its text.
 #pragma once
 
+#include "shared_word.h"
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -19,4 +21,12 @@ template <std::size_t N> inline void field_set(std::array<char, N> &field, std::
 {
     field.fill('\0');
     std::copy_n(text.begin(), std::min(text.size(), N - 1), field.begin());
+}
+
+/// The same for a field of the shared block, so that a reader never finds it empty in between.
+template <std::size_t N> inline void field_share(std::array<char, N> &field, std::string_view text)
+{
+    std::array<char, N> filled;
+    field_set(filled, text);
+    shared_assign(field, filled);
 }

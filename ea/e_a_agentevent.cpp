@@ -4,6 +4,7 @@
 
 #include "e_a_error.h"
 #include "filehandle.h"
+#include "shared_word.h"
 #include "wp_field.h"
 
 #include <cstdlib>
@@ -32,19 +33,19 @@ static void read_group(UPS_UPSINFO *upsinfo)
 {
     const char *text = readparam("UPS", "Group");
     if (text != nullptr) {
-        field_set(upsinfo->Group, text);
+        field_share(upsinfo->Group, text);
         return;
     }
     ea_error("Cannot read Group from config file");
-    field_set(upsinfo->Group, "Group A");
+    field_share(upsinfo->Group, "Group A");
     writeparam("UPS", "Group", "Group A");
 }
 
 static void reread_settings(UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout)
 {
-    eout->DATA.upsconfigp->commparam.AgentType = read_agenttype();
+    shared_store(eout->DATA.upsconfigp->commparam.AgentType, read_agenttype());
     read_group(eout->DATA.upsinfop);
-    field_set(ein->DATA.upsconfigp->commparam.Group, field_view(eout->DATA.upsinfop->Group));
+    field_share(ein->DATA.upsconfigp->commparam.Group, field_view(eout->DATA.upsinfop->Group));
 }
 
 // Due at once; the timer's grace and whether orders are ignored decide what follows.

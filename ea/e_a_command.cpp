@@ -110,7 +110,7 @@ static void refuse_selftest_long(UPS_UPSINFO &info)
 {
     UPS_TIMEINFO now;
     if (gettime(timenow(), &now) == 0)
-        info.sftResUPS.timeinfo = now;
+        shared_assign(info.sftResUPS.timeinfo, now);
     shared_store(info.sftResUPS.Result, SELFTEST_FAILED);
     notice_send(E_CB_MESSAGE, "Selftest Till Battery Low Failed Because of AC Fail!!!", 0);
 }
@@ -216,7 +216,7 @@ int setbattime(UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout)
     std::snprintf(text.data(), text.size(), "%03d,%02d,%02d,%02d,%02d,%02d", date.year, date.month, date.day,
                   date.hour, date.minute, date.second);
     const int failures = writeparam("UPS", "ChangeBattTime", text.data()) != 0;
-    eout->DATA.upsinfop->PreChangeBatt = date;
+    shared_assign(eout->DATA.upsinfop->PreChangeBatt, date);
     return failures;
 }
 

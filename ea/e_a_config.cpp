@@ -73,7 +73,8 @@ static std::uint32_t member(const UPS_PARAM &param, const SETTING &setting)
 
 static void set_member(UPS_PARAM &param, const SETTING &setting, std::uint32_t value)
 {
-    std::memcpy(reinterpret_cast<char *>(&param) + setting.offset, &value, sizeof(value));
+    shared_store(*reinterpret_cast<std::uint32_t *>(reinterpret_cast<char *>(&param) + setting.offset),
+                 value);
 }
 
 // Stored numbers run over the whole unsigned range; a negative one comes back from either form.
@@ -119,19 +120,20 @@ static int load_agent(UPS_PARAM &live)
     std::string_view name = host.nodename;
     if (name.size() > SHORT_NAME)
         name = name.substr(0, name.find('.')).substr(0, SHORT_NAME);
-    field_set(live.commparam.Agent, name);
+    field_share(live.commparam.Agent, name);
     return 0;
 }
 
 static void load_agenttype(UPS_PARAM &live, UPS_UPSINFO &info)
 {
     const char *text = readparam("UPS", "AgentType");
-    live.commparam.AgentType = number_or(text, DEFAULT_AGENTTYPE);
-    if (!setrole(live.commparam.AgentType)) {
-        live.commparam.AgentType = DEFAULT_AGENTTYPE;
-        setrole(DEFAULT_AGENTTYPE);
+    std::uint32_t agenttype = number_or(text, DEFAULT_AGENTTYPE);
+    if (!setrole(agenttype)) {
+        agenttype = DEFAULT_AGENTTYPE;
+        setrole(agenttype);
     }
-    info.AgentType = live.commparam.AgentType;
+    shared_store(live.commparam.AgentType, agenttype);
+    shared_store(info.AgentType, agenttype);
     if (text == nullptr)
         ea_error(GETTEXTj("Cannot read AgentType from config file"));
 }
@@ -150,8 +152,8 @@ static void load_settings(UPS_PARAM &live, UPS_UPSINFO &info)
 static void load_group(UPS_PARAM &live, UPS_UPSINFO &info)
 {
     const char *text = readparam("UPS", "Group");
-    field_set(live.commparam.Group, text != nullptr ? text : DEFAULT_GROUP);
-    info.Group = live.commparam.Group;
+    field_share(live.commparam.Group, text != nullptr ? text : DEFAULT_GROUP);
+    shared_assign(info.Group, live.commparam.Group);
 }
 
 static void announce_autoreboot(std::int32_t autoreboot)
@@ -188,8 +190,8 @@ int getconfig(UPS_EOUT_DATA *eout)
     shared_store(live.workparam.ComSet,
                  static_cast<std::int32_t>(number_or(readparam("UPS", "ComSet"), COMSET_AUTO)));
     if (engine.ISPROTECTOR != 0) {
-        live.logparam.EnableEventLog = PROTECTOR_EVENTLOG;
-        live.logparam.MaxEventRec = PROTECTOR_EVENTRECS;
+        shared_store(live.logparam.EnableEventLog, PROTECTOR_EVENTLOG);
+        shared_store(live.logparam.MaxEventRec, PROTECTOR_EVENTRECS);
         engine.EVENTLOGENABLED = PROTECTOR_EVENTLOG;
         return 0;
     }
@@ -198,7 +200,7 @@ int getconfig(UPS_EOUT_DATA *eout)
     load_autoreboot(live, info);
     UPS_TIMEINFO changed;
     if (getbattime(&changed) == 0)
-        info.PreChangeBatt = changed;
+        shared_assign(info.PreChangeBatt, changed);
     return 0;
 }
 
@@ -264,7 +266,7 @@ static int store_group(const UPS_PARAM &req, const UPS_PARAM &live, UPS_UPSINFO 
     const char *text = readparam("UPS", "Group");
     const std::string_view now = field_view(live.commparam.Group).substr(0, SHORT_NAME);
     const bool differs = text == nullptr || std::string_view(text).substr(0, SHORT_NAME) != now;
-    field_set(info.Group, field_view(req.commparam.Group));
+    field_share(info.Group, field_view(req.commparam.Group));
     if (!differs)
         return 0;
     const int lost = store("UPS", "Group", info.Group.data());
@@ -305,8 +307,8 @@ static int store_agenttype(const UPS_PARAM &req, UPS_PARAM &live, UPS_UPSINFO &i
     if (text != nullptr && number(text) == live.commparam.AgentType)
         return 0;
     const int lost = store("UPS", "AgentType", itoc(req.commparam.AgentType));
-    live.commparam.AgentType = req.commparam.AgentType;
-    info.AgentType = req.commparam.AgentType;
+    shared_store(live.commparam.AgentType, req.commparam.AgentType);
+    shared_store(info.AgentType, req.commparam.AgentType);
     announce_change();
     return lost;
 }

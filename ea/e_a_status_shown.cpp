@@ -2,11 +2,13 @@
 // and restart. The last chapter of the status pass.
 #include "e_a_status.h"
 
+#include "shared_word.h"
+
 static void show_time(STATUSPASS &pass, UPS_TIMEINFO &shown, std::time_t t)
 {
     UPS_TIMEINFO date = shown;
     if (gettime(t, &date) == 0)
-        shown = date;
+        shared_assign(shown, date);
     else
         ++pass.failures;
 }
@@ -47,7 +49,9 @@ static SHOWNTIMES shown_times(const STATUSPASS &pass)
 void status_shown(STATUSPASS &pass)
 {
     UPS_UPSINFO &record = *pass.eout->DATA.upsinfop;
-    getlasttwoevents(record.events);
+    std::array<UPS_EVENTLOGINFO, 2> events = record.events;
+    if (getlasttwoevents(events) == 0)
+        shared_assign(record.events, events);
     show_time(pass, record.timeinfo, pass.now);
     engine.dispgrace = pass.eout->DATA.upsconfigp->commparam.bIgnore == 0 ? engine.GRACE_PERIOD : 0;
     if (engine.downreason == AC_FAIL && engine.ACFAIL_off != 0)

@@ -17,11 +17,12 @@ static void fill_agenttype(UPS_UPSINFO *upsinfo)
     const char *text = readparam("UPS", "AgentType");
     if (text == nullptr)
         ea_error("Cannot read AgentType from config file");
-    upsinfo->AgentType = text != nullptr ? static_cast<std::uint32_t>(std::atoi(text)) : AGENTTYPE_HIGH;
-    if (!setrole(upsinfo->AgentType)) {
-        upsinfo->AgentType = AGENTTYPE_HIGH;
-        setrole(AGENTTYPE_HIGH);
+    std::uint32_t agenttype = text != nullptr ? static_cast<std::uint32_t>(std::atoi(text)) : AGENTTYPE_HIGH;
+    if (!setrole(agenttype)) {
+        agenttype = AGENTTYPE_HIGH;
+        setrole(agenttype);
     }
+    shared_store(upsinfo->AgentType, agenttype);
 }
 
 static void fill_buzzer(UPS_UPSINFO *upsinfo)
@@ -79,11 +80,11 @@ static void fill_group(UPS_UPSINFO *upsinfo)
 {
     const char *text = readparam("UPS", "Group");
     if (text != nullptr) {
-        field_set(upsinfo->Group, text);
+        field_share(upsinfo->Group, text);
         return;
     }
     ea_error("Cannot read Group from config file");
-    field_set(upsinfo->Group, "Group A");
+    field_share(upsinfo->Group, "Group A");
     if (writeparam("UPS", "Group", "Group A") != 0)
         ea_error("Cannot write Group to config file");
 }

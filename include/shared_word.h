@@ -34,3 +34,14 @@ template <typename T> [[nodiscard]] inline T shared_copy(const T &record)
         words[i] = __atomic_load_n(source + i, __ATOMIC_ACQUIRE);
     return std::bit_cast<T>(words);
 }
+
+/// Stores a whole record, date or text, which begins at a word of the shared block, word by word: a reader
+/// finds in each word what was there before or what is there now. The words may be met at different times.
+template <typename T> inline void shared_assign(T &record, const std::type_identity_t<T> &value)
+{
+    static_assert(std::is_trivially_copyable_v<T> && sizeof(T) % 4 == 0);
+    const auto words = std::bit_cast<std::array<std::uint32_t, sizeof(T) / 4>>(value);
+    auto *target = reinterpret_cast<std::uint32_t *>(&record);
+    for (std::size_t i = 0; i < words.size(); ++i)
+        __atomic_store_n(target + i, words[i], __ATOMIC_RELEASE);
+}
