@@ -82,13 +82,13 @@ void ParseWho(std::string_view line, std::string_view *user, std::string_view *t
     *tty = line.substr(0, line.find(' '));
 }
 
-// The last entry stays empty: it is the end mark of a full list.
+// The last entry stays empty: it is the end mark of a full list. So a terminal that reads as empty is none.
 static void take_line(std::string_view line, std::string_view user, std::size_t &count)
 {
     std::string_view name;
     std::string_view tty;
     ParseWho(line, &name, &tty);
-    if (name == user && !tty.empty() && count < TERMINAL_COUNT - 1)
+    if (name == user && !tty.empty() && tty.front() != '\0' && count < TERMINAL_COUNT - 1)
         field_set(gszUserList[count++], tty);
 }
 
