@@ -310,6 +310,8 @@ static int remove_once(LINE &line, const char *section, const char *key, bool &r
 {
     store_start_reading(fileno(wfps), 0);
     if (store_find_section(line, section, print_line_too_long) == nullptr) {
+        if (store_reader.failed)
+            return -1;
         std::fputs("\nNo such section", stdout);
         return 1;
     }
@@ -317,6 +319,8 @@ static int remove_once(LINE &line, const char *section, const char *key, bool &r
         return remove_section(line);
     const char *value = nullptr;
     removed = store_find_key(line, key, value) == KEYSEARCH::Found;
+    if (store_reader.failed)
+        return -1;
     return removed ? remove_line(line) : 0;
 }
 

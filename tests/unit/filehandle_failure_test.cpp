@@ -1,10 +1,25 @@
 // What the store does when the file system does not do what it asks.
 #include "filehandle_fixture.h"
 
+#include <cerrno>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+static int interruptions = 0;  // of the reads to come
+
+extern "C" ssize_t pread(int fd, void *into, std::size_t size, off_t at)
+{
+    if (interruptions > 0) {
+        --interruptions;
+        errno = EINTR;
+        return -1;
+    }
+    return syscall(SYS_pread64, fd, into, size, at);
+}
 
 // A disk that takes no byte beyond `size` of a file, while it lives.
 class FullDisk
@@ -32,6 +47,18 @@ static std::ptrdiff_t open_descriptors()
 {
     const std::filesystem::directory_iterator all("/proc/self/fd");
     return std::distance(begin(all), end(all));
+}
+
+TEST_F(ConfigStore, ASignalDuringAReadChangesNothing)
+{
+    put_config("[ A ]\n\n K = 1\n");
+    interruptions = 3;
+    EXPECT_EQ(read("A", "K"), "1");
+    EXPECT_EQ(interruptions, 0);
+    interruptions = 1;
+    EXPECT_EQ(writeparam("A", "K", "2"), 0);
+    EXPECT_EQ(interruptions, 0);
+    EXPECT_EQ(config_text(), "[ A ]\n\n K = 2\n");
 }
 
 TEST_F(ConfigStore, FileThatCannotBeCreatedFailsTheWrite)
@@ -103,7 +130,7 @@ TEST_F(ConfigStore, FileThatCannotBeReadIsNotTakenForAnEmptyOne)
     EXPECT_EQ(readparam("A", "K"), nullptr);
     errbuffer.fill('\0');
     EXPECT_EQ(writeparam("A", "K", "1"), -1);
-    EXPECT_EQ(removeitem("A", "K", 0), 1);
+    EXPECT_EQ(removeitem("A", "K", 0), -1);
     ASSERT_EQ(open_write_batch(), 0);
     EXPECT_EQ(insert(0, "X"), -1);
     EXPECT_EQ(last_error(), "") << "nothing was written";

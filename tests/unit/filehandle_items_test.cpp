@@ -96,8 +96,11 @@ TEST_F(ConfigStore, RemovingWithOneDescriptorLeftSaysSo)
 
 // ---------------------------------------------------------------------------------- item by item
 
+static const int dcflags_at_start = Dcflags;
+
 TEST_F(ConfigStore, OpenFileProvesThatAFileCanBeRead)
 {
+    EXPECT_EQ(dcflags_at_start, 0);
     EXPECT_EQ(openfile(nullptr), 0);
     EXPECT_EQ(Dcflags, 0);
     EXPECT_EQ(openfile(CONFIG_FILE), -1);
