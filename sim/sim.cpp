@@ -68,7 +68,7 @@ static void receive_bytes(Sim &sim, Time now)
 static void send_replies(Sim &sim, Time now)
 {
     while (!sim.replies.empty() && sim.replies.front().due <= now) {
-        const std::string text = std::move(sim.replies.front().text);
+        const std::string text = faults_lag(sim.faults, std::move(sim.replies.front().text));
         sim.replies.pop_front();
         if (unit_powered(sim.unit))
             send(sim, now, text);

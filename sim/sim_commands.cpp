@@ -197,6 +197,13 @@ static std::string truncate(Sim &sim, Time, const Values &values)
     return OK;
 }
 
+static std::string lag(Sim &sim, Time, const Values &values)
+{
+    sim.faults.behind.clear();
+    sim.faults.lag = values[0].keyword ? 0 : static_cast<std::size_t>(values[0].number);
+    return OK;
+}
+
 static std::string nak(Sim &sim, Time, const Values &values)
 {
     if (values[1].on)
@@ -327,6 +334,8 @@ static constexpr std::array COMMANDS = {
     Command{"late", {duration()}, "delay before each reply", late},
     Command{"wrong checks", {SWITCH}, "replies of broken form", wrong_checks},
     Command{"truncate", {number("BYTES", 0, 1000, "off")}, "replies end after so many bytes", truncate},
+    Command{
+        "lag", {number("BYTES", 0, 1000, "off")}, "the last bytes of each reply come with the next one", lag},
     Command{"nak", {COMMAND, SWITCH}, "the command is refused", nak},
     Command{
         "reply", {COMMAND, text("off")}, "raw reply to the command; it is carried out all the same", reply},

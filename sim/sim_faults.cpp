@@ -3,6 +3,9 @@
 
 #include "sim_protocol.h"
 
+#include <algorithm>
+#include <utility>
+
 namespace sim
 {
 
@@ -24,6 +27,15 @@ std::string faults_spoil(const Faults &faults, std::string_view command, std::st
         reply[0] = '?';
     if (faults.truncate && reply.size() > *faults.truncate)
         reply.resize(*faults.truncate);
+    return reply;
+}
+
+std::string faults_lag(Faults &faults, std::string reply)
+{
+    reply.insert(0, std::exchange(faults.behind, {}));
+    const std::size_t sent = reply.size() - std::min(reply.size(), faults.lag);
+    faults.behind = reply.substr(sent);
+    reply.resize(sent);
     return reply;
 }
 

@@ -14,11 +14,13 @@ namespace sim
 {
 
 struct Faults {
-    bool silent = false;                                       // hears and obeys, but does not answer
-    bool wrong_checks = false;                                 // the first character of each reply is spoilt
-    Time late{0};                                              // delay before each reply
-    std::optional<std::size_t> truncate;                       // bytes that are left of each reply
-    std::set<std::string, std::less<>> refused;                // commands answered "NAK" and not carried out
+    bool silent = false;                         // hears and obeys, but does not answer
+    bool wrong_checks = false;                   // the first character of each reply is spoilt
+    Time late{0};                                // delay before each reply
+    std::optional<std::size_t> truncate;         // bytes that are left of each reply
+    std::size_t lag = 0;                         // last bytes of a reply that come with the next
+    std::string behind;                          // those
+    std::set<std::string, std::less<>> refused;  // commands answered "NAK" and not carried out
     std::map<std::string, std::string, std::less<>> in_place;  // raw replies to commands
 };
 
@@ -27,5 +29,9 @@ bool faults_refuse(const Faults &faults, std::string_view command);
 
 // What goes out instead of `reply`; empty for nothing.
 std::string faults_spoil(const Faults &faults, std::string_view command, std::string reply);
+
+// What is sent of a reply that goes out now: what lags behind of the one before, and this one without its
+// own.
+std::string faults_lag(Faults &faults, std::string reply);
 
 }  // namespace sim

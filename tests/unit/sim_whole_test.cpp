@@ -143,6 +143,17 @@ TEST(Sim, BrokenAndShortReplies)
     EXPECT_EQ(ask(s, 5s, "CF").size(), 40U);
 }
 
+TEST(Sim, LastBytesOfAReplyComeWithTheNextOne)
+{
+    Sim s = simulation();
+    const std::string whole = ask(s, 1s, "V");
+    tell(s, "lag 1");
+    EXPECT_EQ(ask(s, 3s, "V"), whole.substr(0, whole.size() - 1));
+    EXPECT_EQ(ask(s, 5s, "V"), "\r" + whole.substr(0, whole.size() - 1));
+    tell(s, "lag off");
+    EXPECT_EQ(ask(s, 7s, "V"), whole);
+}
+
 TEST(Sim, GarbageWakeAndFlowControlArriveAtTheHost)
 {
     Sim s = simulation();
