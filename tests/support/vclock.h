@@ -31,7 +31,8 @@
 // read memory or a small file.
 //
 // Limits: processes with one thread. A program that sleeps in the kernel by a call that the clock does not
-// know (a lock of a file, a full pipe) is found out after 50 ms of real time and counts as waiting.
+// know (a lock of a file, a full pipe) is found out after 50 ms of real time and counts as waiting; so is one
+// that was stopped, and it does nothing until it is continued.
 #pragma once
 
 #include "testbed.h"

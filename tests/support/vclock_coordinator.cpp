@@ -134,7 +134,7 @@ bool Coordinator::is_busy(std::size_t i) const
 {
     const Participant &one = place(i);
     const State state = one.state.load();
-    if (state == State::Free || (known_[i].stuck && state == State::Working))
+    if (state == State::Free || known_[i].stuck)
         return false;
     return state == State::Working || one.asked.load() != one.answered.load();
 }
@@ -164,15 +164,22 @@ static std::string sleep_of(pid_t pid)
     return state + read_line(status, "voluntary_ctxt") + read_line(status, "nonvoluntary");
 }
 
-// Finds those who work and yet sleep: in a call that the library does not replace, or without the library.
+static bool is_stopped(const std::string &sleep)
+{
+    return sleep.find("\tT") != std::string::npos;
+}
+
+// Finds those who work and yet sleep: in a call that the library does not replace, or without the library;
+// and those who were stopped and do not answer.
 void Coordinator::find_stuck()
 {
     for (std::size_t i = 0; i < top(); ++i) {
         Known &known = known_[i];
-        if (known.pid == 0 || place(i).state.load() != State::Working)
+        if (known.pid == 0 || !is_busy(i))
             continue;
         const std::string sleep = sleep_of(known.pid);
-        known.stuck = !sleep.empty() && sleep == known.sleep;
+        const bool may_sleep = place(i).state.load() == State::Working || is_stopped(sleep);
+        known.stuck = may_sleep && !sleep.empty() && sleep == known.sleep;
         known.sleep = sleep;
     }
 }
@@ -182,7 +189,8 @@ void Coordinator::look_at_stuck()
 {
     for (std::size_t i = 0; i < top(); ++i) {
         Known &known = known_[i];
-        if (known.stuck && (place(i).state.load() != State::Working || sleep_of(known.pid) != known.sleep)) {
+        const bool waits = place(i).state.load() != State::Working && !is_stopped(known.sleep);
+        if (known.stuck && (waits || sleep_of(known.pid) != known.sleep)) {
             known.stuck = false;
             known.sleep.clear();
             expect_anything();
@@ -221,7 +229,7 @@ void Coordinator::await_all()
 bool Coordinator::is_stale(std::size_t i) const
 {
     const Participant &one = place(i);
-    if (one.state.load() != State::Waiting)
+    if (one.state.load() != State::Waiting || known_[i].stuck)
         return false;
     const Nanoseconds time = now();
     if (known_[i].seen == 0 || one.deadline <= time || one.timer_at <= time)
@@ -321,7 +329,8 @@ bool Coordinator::settle()
 bool Coordinator::all_idle() const
 {
     for (std::size_t i = 0; i < top(); ++i)
-        if (place(i).state.load() == State::Waiting && place(i).exact == 0 && place(i).patience < IDLE)
+        if (place(i).state.load() == State::Waiting && !known_[i].stuck && place(i).exact == 0 &&
+            place(i).patience < IDLE)
             return false;
     return true;
 }
@@ -332,7 +341,7 @@ void Coordinator::step(Nanoseconds limit, Nanoseconds leap)
     Nanoseconds bound = limit;  // what a leap keeps
     for (std::size_t i = 0; i < top(); ++i) {
         const Participant &one = place(i);
-        if (one.state.load() != State::Waiting)
+        if (one.state.load() != State::Waiting || known_[i].stuck)
             continue;
         next = std::min({next, one.deadline, one.timer_at});
         bound = std::min({bound, one.timer_at, one.exact != 0 ? one.deadline : NEVER});

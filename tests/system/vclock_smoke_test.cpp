@@ -4,6 +4,7 @@
 #include "shared_word.h"
 #include "vclock.h"
 
+#include <csignal>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -175,6 +176,22 @@ TEST(VirtualClock, KilledAgentIsNoticedAndTimeGoesOn)
     bed.daemon.kill();
     bed.clock.run_for(10s);
     EXPECT_EQ(bed.clock.participants(), 1u);
+}
+
+TEST(VirtualClock, StoppedProcessHoldsNoTimeAndGoesOnWhenContinued)
+{
+    Bed bed;
+    bed.link_up();
+    const pid_t ups = bed.daemon.ups_pid();
+    const auto polls = [&] { return count(bed.unit->log(), "Q1\\r"); };
+    kill(ups, SIGSTOP);
+    bed.clock.run_for(1s);
+    const std::size_t stopped = polls();
+    bed.clock.run_for(30s);
+    EXPECT_EQ(polls(), stopped);
+    kill(ups, SIGCONT);
+    bed.clock.run_for(10s);
+    EXPECT_GE(polls(), stopped + 4);
 }
 
 TEST(VirtualClock, DaemonOfInitEndsWhenAsked)
