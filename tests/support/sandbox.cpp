@@ -320,6 +320,9 @@ int main(int argc, char **argv)
 {
     SANDBOX_OPTIONS options = parse_options(argc, argv);
     options.programs = own_directory();
+    // Programs of another build may lie where the private root has nothing.
+    if (const char *programs = getenv("VOLTARIA_PROGRAMS"))
+        options.shares.push_back(existing_directory(std::string(programs) + "/.."));
     options.new_user_namespace = geteuid() != 0;
     options.user_namespace = options.new_user_namespace || !has_every_id();
 

@@ -179,6 +179,9 @@ class SharedBlock
 
 // ---- the daemon ----
 
+/// Started directly, or by a runner that the environment names: VOLTARIA_RUNNER, a program with options that
+/// runs the daemon's program as its last argument, and VOLTARIA_RUNNER_PROGRAM, what /proc/PID/exe then
+/// points at.
 class Daemon
 {
   public:

@@ -230,6 +230,33 @@ void SharedBlock::remove()
         shmctl(id, IPC_RMID, nullptr);
 }
 
+// ---- the daemon
+
+// The daemon's command: its program, behind the words of the runner if there is one.
+static std::vector<std::string> daemon_command(const std::string &program)
+{
+    std::vector<std::string> command;
+    const char *runner = std::getenv("VOLTARIA_RUNNER");
+    std::istringstream words(runner != nullptr ? runner : "");
+    for (std::string word; words >> word;)
+        command.push_back(word);
+    command.push_back(program);
+    return command;
+}
+
+// The program that its processes are found to run: the runner's, for that is the one that the kernel knows.
+static std::string found_as(const std::string &program)
+{
+    const char *runs = std::getenv("VOLTARIA_RUNNER_PROGRAM");
+    return runs != nullptr ? runs : program;
+}
+
+// A runner makes everything many times slower.
+static milliseconds patient(milliseconds limit)
+{
+    return std::getenv("VOLTARIA_RUNNER") != nullptr ? 10 * limit : limit;
+}
+
 Daemon::Daemon(std::string program) : program_(std::move(program))
 {
     if (!in_sandbox())
@@ -243,8 +270,8 @@ Daemon::~Daemon()
 
 int Daemon::launch(milliseconds limit)
 {
-    Child child({program_}, environment, "");
-    return child.wait(limit);
+    Child child(daemon_command(program_), environment, "");
+    return child.wait(patient(limit));
 }
 
 void Daemon::start()
@@ -267,7 +294,7 @@ void Daemon::start_by_init()
         setsid();
         while (getppid() != 1)
             usleep(1000);
-        become({program_}, environment);
+        become(daemon_command(program_), environment);
     }
     waitpid(middle, nullptr, 0);
     wait_ready();
@@ -282,7 +309,7 @@ pid_t Daemon::agent_pid() const
 
 pid_t Daemon::ups_pid() const
 {
-    const std::vector<ProcessInfo> list = processes_of(program_);
+    const std::vector<ProcessInfo> list = processes_of(found_as(program_));
     for (const ProcessInfo &child : list)
         for (const ProcessInfo &parent : list)
             if (child.parent == parent.pid)
@@ -292,7 +319,7 @@ pid_t Daemon::ups_pid() const
 
 bool Daemon::running() const
 {
-    return !processes_of(program_).empty();
+    return !processes_of(found_as(program_)).empty();
 }
 
 void Daemon::wait_ready(milliseconds limit)
@@ -304,8 +331,8 @@ void Daemon::wait_ready(milliseconds limit)
         const SharedBlock block;
         return ups > 0 && shared_load(block->upspid) == ups && agent_pid() > 1;
     };
-    wait_until("the daemon to serve", limit, ready, [this] {
-        return std::to_string(processes_of(program_).size()) + " processes, block " +
+    wait_until("the daemon to serve", patient(limit), ready, [this] {
+        return std::to_string(processes_of(found_as(program_)).size()) + " processes, block " +
                (SharedBlock::exists() ? "there" : "missing") + ", TCP " +
                (tcp_listening(TCP_PORT) ? "listening" : "not listening") + ", console: " + read_console();
     });
@@ -342,7 +369,7 @@ void Daemon::kill()
 {
     bool killed = false;
     eventually(seconds(10), [this, &killed] {
-        const std::vector<ProcessInfo> list = processes_of(program_);
+        const std::vector<ProcessInfo> list = processes_of(found_as(program_));
         for (const ProcessInfo &process : list)
             killed = ::kill(process.pid, SIGKILL) == 0 || killed;
         return list.empty();
