@@ -12,3 +12,6 @@ voltaria_unit_test(agent_requests SANDBOX SOURCES agent_requests_test.cpp agent_
 voltaria_unit_test(agent_settings SANDBOX SOURCES agent_queries_test.cpp agent_settings_test.cpp LIBS agentlib engine)
 voltaria_unit_test(agent_logins SANDBOX SOURCES agent_password_test.cpp agent_inquiry_test.cpp LIBS agentlib engine
                    SANDBOX_OPTIONS --interfaces 2)
+voltaria_unit_test(agent_start SANDBOX SOURCES agent_start_test.cpp LIBS agentlib engine)
+voltaria_unit_test(agent_refusals SANDBOX SOURCES agent_refusal_test.cpp LIBS agentlib engine)
+target_link_options(agent_refusals PRIVATE LINKER:--wrap=realloc)

@@ -20,6 +20,7 @@
 #include <sys/shm.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/utsname.h>
 #include <sys/wait.h>
 
 static std::string debug_text()
@@ -40,10 +41,13 @@ struct watched_agent {
     std::atomic<int> turns;       // so often it began to wait for something to read
     std::atomic<int> bound;       // the descriptors that it looks at then lie below this
     std::atomic<long> logged;     // bytes that the event log had when the last datagram was sent
+    std::atomic<int> aborted;     // so many connections are gone when they are to be accepted
+    std::atomic<int> again;       // 1: something else fails while it tells that it ends
+    std::atomic<int> epoch;       // 1: the clock stands before the beginning of time
 };
 
 static watched_agent *const watched =
-    new (shared_memory(sizeof(watched_agent))) watched_agent{INT_MAX, -1, 0, 0, 0};
+    new (shared_memory(sizeof(watched_agent))) watched_agent{INT_MAX, -1, 0, 0, 0, 0, 0, 0};
 
 extern "C" int link(const char *from, const char *to) noexcept
 {
@@ -75,7 +79,42 @@ extern "C" ssize_t sendto(int fd, const void *bytes, size_t size, int flags, con
 {
     static const auto real = reinterpret_cast<decltype(&sendto)>(dlsym(RTLD_NEXT, "sendto"));
     watched->logged = log_size();
+    if (watched->again.exchange(0) == 1) {
+        errno = EPIPE;
+        net_netexit(&agent);
+    }
     return real(fd, bytes, size, flags, to, length);
+}
+
+extern "C" int accept4(int fd, sockaddr *peer, socklen_t *length, int flags)
+{
+    static const auto real = reinterpret_cast<decltype(&accept4)>(dlsym(RTLD_NEXT, "accept4"));
+    if (watched->aborted-- <= 0) {
+        watched->aborted = 0;
+        return real(fd, peer, length, flags);
+    }
+    errno = ECONNABORTED;
+    return -1;
+}
+
+extern "C" std::time_t time(std::time_t *out) noexcept
+{
+    timespec now{};
+    syscall(SYS_clock_gettime, CLOCK_REALTIME, &now);
+    const std::time_t seconds = watched->epoch == 1 ? -5 : now.tv_sec;
+    if (out != nullptr)
+        *out = seconds;
+    return seconds;
+}
+
+static bool host_has_name = true;  // set before the agent's process parts
+
+extern "C" int uname(utsname *name) noexcept
+{
+    if (host_has_name)
+        return static_cast<int>(syscall(SYS_uname, name));
+    errno = EFAULT;
+    return -1;
 }
 
 template <typename PREDICATE> static bool eventually(PREDICATE holds)
@@ -101,6 +140,7 @@ class Ready : public AgentTest
     {
         watched->links_left = INT_MAX;
         watched->block_left = -1;
+        watched->aborted = watched->again = watched->epoch = 0;
         unlink("/.erra");
         std::ofstream{"/usr/lib/voltaria/config"};
         monitors = listen_udp(4113);
@@ -313,6 +353,17 @@ TEST_F(Loop, AToolsSettingsEventIsTakenOnce)
     EXPECT_EQ(shared_load(shared->locked), 0);
 }
 
+TEST_F(Loop, AWordThatAsksForNothingKnownIsLeftAsItIs)
+{
+    const int fd = monitor();
+    EXPECT_TRUE(is_served(fd));
+    shared_store(shared->isagentchg, 2);
+    EXPECT_TRUE(is_served(fd));
+    EXPECT_TRUE(is_served(fd));
+    EXPECT_TRUE(eventually([&] { return shared_load(shared->locked) == 0; }));
+    EXPECT_EQ(shared_load(shared->isagentchg), 2);
+}
+
 TEST_F(Loop, AFileLockThatIsTakenWhileTheBlockIsLockedHoldsNobodyUp)
 {
     const int fd = monitor();
@@ -434,6 +485,18 @@ TEST_F(Loop, WhatIsLookedAtIsBoundedByTheNumberOfEntries)
     }
 }
 
+TEST_F(Ready, AnEngineThatCannotBeginEndsItAtOnce)
+{
+    const long logged = log_size();
+    host_has_name = false;
+    start();
+    host_has_name = true;
+    EXPECT_EQ(ending(), 255);
+    EXPECT_NE(debug_text().find("daemon_doagent: Event_Action(Init) failed\n"), std::string::npos);
+    EXPECT_EQ(debug_text().find("net_netexit called\n"), std::string::npos);
+    EXPECT_EQ(log_size(), logged);  // neither the start nor the stop
+}
+
 TEST_F(Ready, ASelectThatFailsEndsIt)
 {
     const int ufd = std::exchange(agent.agnet.ufd, 31);  // below the bound
@@ -453,6 +516,34 @@ TEST_F(Ready, AListenerThatFailsEndsIt)
     EXPECT_EQ(ending(), EINVAL);
     EXPECT_NE(debug_text().find("daemon_doagent: accept\n"), std::string::npos);
     EXPECT_NE(debug_text().find("net_netexit called\n"), std::string::npos);
+}
+
+TEST_F(Loop, AConnectionThatIsGoneBeforeItIsAcceptedHoldsNobodyUp)
+{
+    watched->aborted = 3;
+    EXPECT_TRUE(is_served(monitor()));
+    EXPECT_TRUE(is_served(monitor()));
+    EXPECT_EQ(watched->aborted, 0);
+}
+
+TEST_F(Loop, AFailureOnItsWayOutEndsItAtOnce)
+{
+    const int fd = monitor();
+    EXPECT_TRUE(is_served(fd));
+    shared_store(shared->ups.up.commparam.AgentType, 5);
+    watched->again = 1;
+    shared_store(shared->isagentchg, -1);
+    send_all(fd, {0xFF});
+    EXPECT_EQ(ending(), EPIPE);
+    EXPECT_EQ(debug_text().find("net_netexit called\n"), std::string::npos);
+}
+
+TEST_F(Ready, AnEngineThatCannotBeStartedEndsIt)
+{
+    watched->epoch = 1;
+    start();
+    EXPECT_EQ(ending(), 255);
+    EXPECT_NE(debug_text().find("daemon_doagent: Event_Action(Init) failed\n"), std::string::npos);
 }
 
 TEST_F(Loop, GoingMonitorsAreToldThreeTimes)

@@ -2,7 +2,9 @@
 // connection, and of the agent only when it cannot hold a packet of the usual size.
 #include "agent_daemon.h"
 #include "agent_daemon_engine.h"
+#include "agent_daemon_logins.h"
 #include "agent_fixture.h"
+#include "agent_main.h"
 #include "agent_net.h"
 #include "e_a_internal.h"
 #include "filehandle.h"
@@ -183,6 +185,44 @@ TEST_F(ShortOfMemory, AnAnswerThatCannotBeQueuedEndsItsConnection)
     EXPECT_FALSE(client_haspending(client));
     int length = 0;
     EXPECT_EQ(net_readpacketfromtcpsocket(&agent.agnet, client, &length), -1);
+}
+
+TEST_F(ShortOfMemory, ANoticeThatDoesNotFitTheBufferIsNotSent)
+{
+    const std::string text(DAEMON_BUFFER_START, 'x');
+    largest_allocation = DAEMON_BUFFER_START;
+    EXPECT_EQ(Event_CallBack(E_CB_MESSAGE, const_cast<char *>(text.c_str()), 0, 0), -1);
+    EXPECT_EQ(Daemon_NetBufLen, DAEMON_BUFFER_START);
+    largest_allocation = SIZE_MAX;
+    EXPECT_EQ(Event_CallBack(E_CB_MESSAGE, const_cast<char *>("text"), 0, 0), 0);
+    EXPECT_EQ(receive(peer, 12).size(), 12U);
+}
+
+TEST_F(ShortOfMemory, ALoginThatCannotBeKeptEndsItsConnectionAndLeavesNoPassword)
+{
+    hold(packet(23, join({field("root", 40), field("secret", 20)})), client);
+    ASSERT_TRUE(login_inhand());
+    largest_allocation = 60;
+    EXPECT_EQ(login_hold(client), -1);
+    largest_allocation = SIZE_MAX;
+    EXPECT_FALSE(login_waits(client));
+    const WIREBYTES held = packet_bytes().first(68);
+    EXPECT_EQ(std::count(held.begin(), held.end(), 0), 68);
+}
+
+static std::ptrdiff_t open_descriptors()
+{
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return std::distance(begin(all), end(all));
+}
+
+TEST_F(ShortOfMemory, AListenerThatCannotBeKeptIsClosed)
+{
+    const std::ptrdiff_t before = open_descriptors();
+    largest_allocation = sizeof(NETSERV) - 1;
+    EXPECT_EQ(init_tport(&agent.agnet, 4112), -1);
+    largest_allocation = SIZE_MAX;
+    EXPECT_EQ(open_descriptors(), before);
 }
 
 // ---- requests, handed to the dispatcher

@@ -1,4 +1,5 @@
 // Questions for logs, schedules and settings, from the packet to the files and back.
+#include "agent_daemon_requests.h"
 #include "agent_engine_fixture.h"
 
 #include <sys/utsname.h>
@@ -6,6 +7,7 @@
 std::vector<int> callbacks;
 std::function<void(int)> during_callback;
 bool host_has_name = true;
+static int callback_result = 0;
 
 int Event_CallBack(int code, void *, int, int)
 {
@@ -13,7 +15,7 @@ int Event_CallBack(int code, void *, int, int)
     if (during_callback)
         during_callback(code);
     std::fill_n(Daemon_Buffer, Daemon_BufferLen, std::uint8_t{0xEE});
-    return 0;
+    return callback_result;
 }
 
 extern "C" int uname(utsname *name) noexcept
@@ -72,6 +74,22 @@ TEST_F(Logs, WithoutALogTheAnswerIsEmpty)
 {
     EXPECT_EQ(query(1, 0, 10), empty_answer(65));
     EXPECT_EQ(query(2, 0, 10), empty_answer(66));
+}
+
+// Here by a self-test that is due and cannot be started.
+TEST_F(Logs, WhatWasReadByACallThatFailedOtherwiseIsAnsweredEmpty)
+{
+    load("");
+    write_whole(EVENTLOG_PATH, EVENT_LINES);
+    engine.bBattConnect = 1;
+    engine.renewal = timenow() + 1000;
+    engine.next_test = timenow();
+    engine.schtestreason = WEEKLY;
+    callback_result = -1;
+    EXPECT_EQ(query(1, 0, 2), empty_answer(65));
+    callback_result = 0;
+    EXPECT_EQ(engine.next_test, 0);
+    EXPECT_EQ(query(1, 0, 1), packet(65, EVENT_1, JAPANESE, 1));
 }
 
 TEST_F(Logs, NothingOfAnEarlierAnswerIsLeftInALaterOne)
@@ -146,6 +164,14 @@ TEST_F(Logs, MeasurementsAreTheNewestLinesOldestOfThemFirst)
     EXPECT_EQ(part(answer, 8, 24), join({{104, 3, 5, 9, 7, 25, 0, 0}, measured}));
     EXPECT_EQ(part(answer, 8 + 24 * 9, 24), join({{104, 3, 5, 9, 7, 34, 0, 0}, measured}));
     EXPECT_EQ(query(2, 1, 10), empty_answer(66));
+}
+
+TEST_F(Logs, AQueryWithoutItsRangeIsNotAnswered)
+{
+    hold(packet(24, {2, 0}), agent.agnet.clilist);
+    EXPECT_EQ(daemon_getdatalog(&agent), -1);
+    hold(packet(24, {1, 0}), agent.agnet.clilist);
+    EXPECT_EQ(daemon_geteventlog(&agent), -1);
 }
 
 // ---- schedules

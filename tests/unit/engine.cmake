@@ -6,3 +6,5 @@ voltaria_unit_test(engine_save_test SANDBOX SOURCES engine_save_test.cpp engine_
 voltaria_unit_test(engine_log_test SANDBOX SOURCES engine_log_test.cpp engine_fixture.cpp LIBS engine agentlib)
 voltaria_unit_test(engine_status_test SANDBOX SOURCES engine_status_test.cpp engine_fixture.cpp LIBS engine agentlib)
 voltaria_unit_test(engine_entry_test SANDBOX SOURCES engine_entry_test.cpp engine_fixture.cpp LIBS engine agentlib)
+voltaria_unit_test(engine_refusal_test SANDBOX SOURCES engine_refusal_test.cpp engine_fixture.cpp LIBS engine agentlib
+                   testbed)

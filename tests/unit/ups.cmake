@@ -8,3 +8,4 @@ voltaria_unit_test(ups_selftest_test SANDBOX SOURCES ups_selftest_test.cpp ups_u
 voltaria_unit_test(ups_loop_test SANDBOX SOURCES ups_loop_test.cpp ups_unit.cpp LIBS agentlib)
 voltaria_unit_test(ups_control_test SANDBOX SOURCES ups_control_test.cpp ups_unit.cpp LIBS agentlib)
 voltaria_unit_test(ups_wake_test SANDBOX SOURCES ups_wake_test.cpp ups_unit.cpp LIBS agentlib)
+voltaria_unit_test(ups_refusal_test SANDBOX SOURCES ups_refusal_test.cpp ups_unit.cpp LIBS agentlib)
