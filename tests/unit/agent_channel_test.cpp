@@ -5,6 +5,18 @@
 #include <csignal>
 #include <fstream>
 #include <iterator>
+#include <sys/syscall.h>
+
+static std::vector<int> last_waited;  // the descriptors of the last wait for reading
+
+extern "C" int select(int bound, fd_set *reading, fd_set *writing, fd_set *failed, timeval *limit)
+{
+    last_waited.clear();
+    for (int fd = 0; reading != nullptr && fd < bound; ++fd)
+        if (FD_ISSET(fd, reading))
+            last_waited.push_back(fd);
+    return static_cast<int>(syscall(SYS_select, bound, reading, writing, failed, limit));
+}
 
 static std::string debug_text()
 {
@@ -355,6 +367,25 @@ TEST_F(Receiving, TheMessageIsWaitedFor)
     out.assign(12, 0xEE);
     EXPECT_EQ(daemon_readdatafromups(&agent, &word, out.data()), 0);
     EXPECT_EQ(out, counting(12));
+}
+
+// The stack below the caller, where the next call has its variables.
+[[gnu::noinline]] static void leave_rubbish()
+{
+    std::array<unsigned char, 4096> rubbish;
+    rubbish.fill(0xFF);
+    asm volatile("" : : "r"(rubbish.data()) : "memory");
+}
+
+TEST_F(Receiving, OnlyThePipeIsWaitedFor)
+{
+    const std::uint32_t sent = 0x00050080;
+    EXPECT_EQ(write(agent.chnu2a.actpipe[1], &sent, sizeof sent), 4);
+    word = 0x00050000;
+    out.assign(12, 0xEE);
+    leave_rubbish();
+    EXPECT_EQ(daemon_readdatafromups(&agent, &word, out.data()), 0);
+    EXPECT_EQ(last_waited, std::vector<int>{agent.chnu2a.actpipe[0]});
 }
 
 TEST_F(Receiving, TheAgentLeavesWhenTheUpsProcessHasGone)

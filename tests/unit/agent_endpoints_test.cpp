@@ -6,6 +6,7 @@
 #include <arpa/inet.h>
 #include <cstdlib>
 #include <cstring>
+#include <netinet/tcp.h>
 #include <set>
 
 class Endpoints : public AgentTest
@@ -79,6 +80,15 @@ TEST_F(Endpoints, EachAddressHasAListenerOfItsOwn)
         EXPECT_EQ(local.sin_addr.s_addr, listener->addr.sin_addr.s_addr);
         EXPECT_EQ(listener->addr.sin_port, htons(4112));
     }
+}
+
+TEST_F(Endpoints, FiveConnectionsMayWaitAtAListener)
+{
+    ASSERT_EQ(init_tport(&agent.agnet, 4112), 0);
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    ASSERT_EQ(getsockopt(agent.agnet.tfdlist->tcpfd, IPPROTO_TCP, TCP_INFO, &info, &size), 0);
+    EXPECT_EQ(info.tcpi_sacked, 5U);  // of a listener: how many it lets wait
 }
 
 TEST_F(Endpoints, AConnectionArrivesAtTheListenerOfItsAddress)

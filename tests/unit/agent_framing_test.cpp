@@ -327,6 +327,14 @@ TEST_F(Framing, DataMayComeInAnyNumberOfPieces)
     EXPECT_EQ(seen.packets, std::vector<BYTES>{request});
 }
 
+TEST_F(Framing, TheRestOfAPacketIsTakenWithoutThePacketBehindIt)
+{
+    const BYTES first = packet(23, counting(60));
+    const BYTES second = packet(17, counting(28));
+    EXPECT_TRUE(feed(join({first, second}), {40}));
+    EXPECT_EQ(seen.packets, (std::vector<BYTES>{first, second}));
+}
+
 TEST_F(Framing, AnUnfinishedPacketLeavesTheWorkingBufferAlone)
 {
     packet_bytes()[0] = 0x5A;
@@ -458,6 +466,16 @@ TEST_F(Framing, APromisedLengthTakesNoMemoryBeforeItsBytesArrive)
     EXPECT_TRUE(take_all());
     EXPECT_EQ(Daemon_NetBufLen, DAEMON_BUFFER_START);
     EXPECT_LT(client_io(client).body.capacity(), 200000U);
+}
+
+TEST_F(Framing, ALongPacketKeepsNoMemoryOfItsMonitor)
+{
+    send_all(peer, packet(80, counting(100000)));
+    EXPECT_TRUE(take_all());
+    EXPECT_EQ(seen.packets.size(), 1U);
+    EXPECT_TRUE(feed(packet(23, counting(60)), {}));
+    EXPECT_EQ(seen.packets.size(), 2U);
+    EXPECT_LE(client_io(client).body.capacity(), 65536U);
 }
 
 TEST_F(Framing, ALongPacketGrowsTheBufferForGood)

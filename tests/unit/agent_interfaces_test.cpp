@@ -4,11 +4,30 @@
 #include "agent_net.h"
 #include "agent_utils.h"
 
+#include <cerrno>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <set>
+#include <sys/syscall.h>
 
 static constexpr int INTERFACES = 45;  // with lo 46: the list of 30 grows twice
+
+static bool last_is_gone = false;  // the last interface has gone since the list was read
+
+extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
+{
+    va_list arguments;
+    va_start(arguments, request);
+    void *argument = va_arg(arguments, void *);
+    va_end(arguments);
+    if (last_is_gone && request == SIOCGIFADDR &&
+        std::strcmp(static_cast<const ifreq *>(argument)->ifr_name, "eth44") == 0) {
+        errno = ENODEV;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
+}
 
 TEST(ManyInterfaces, AllAreListed)
 {
@@ -36,6 +55,25 @@ TEST(ManyInterfaces, AllAddressesHaveAListener)
         ++count;
     EXPECT_EQ(count, INTERFACES + 1);
     init_freeservlist(&net);
+}
+
+static bool tcp_port_is_free(int port)
+{
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    const sockaddr_in local = ip_address(INADDR_ANY, port);
+    const int bound = bind(fd, reinterpret_cast<const sockaddr *>(&local), sizeof local);
+    close(fd);
+    return bound == 0;
+}
+
+TEST(ManyInterfaces, OneWhoseAddressCannotBeAskedLeavesNoListenerOpen)
+{
+    NETINFO net{};
+    last_is_gone = true;
+    EXPECT_EQ(init_tport(&net, 4112), -1);
+    last_is_gone = false;
+    EXPECT_EQ(net.tfdlist, nullptr);
+    EXPECT_TRUE(tcp_port_is_free(4112));
 }
 
 TEST(ManyInterfaces, AllAreSentABroadcast)

@@ -269,7 +269,7 @@ TEST_F(OrderPackets, TheDetectionLevelIsRefusedForTwoSeries)
 TEST_F(OrderPackets, AnOldMonitorKnowsNoBatteryDateOfOneSeries)
 {
     for (const char *model : {"ZQ500", "ZR900PL"})
-        for (const int version : {0x0100, 0x0110, 0x0101, 0x010F, 0x0115, 0}) {
+        for (const int version : {0x0100, 0x0110, 0x0101, 0x0105, 0x010F, 0x00FF, 0x0115, 0}) {
             set_text(block.ups.ui.upsmodel, model);
             const bool refused = version < 0x0110 && model[1] == 'Q';
             for (const BYTES &request : {packet(31, counting(12), version), packet(30, {}, version)}) {

@@ -108,6 +108,19 @@ TEST_F(EngineEntry, StartAndAgentEventsAreRefusedSilentlyOnTheWayDown)
     EXPECT_EQ(eout.datatype, 2u);
 }
 
+TEST_F(EngineEntry, MonitorsAreServedOnTheWayDownAsBefore)
+{
+    engine.ISSHUTTINGDOWN = 1;
+    for (const auto &[cmd, datatype] :
+         {std::pair{2, 2u}, {3, 8u}, {4, 4u}, {5, 16u}, {6, 32u}, {8, 0u}, {9, 0u}, {10, 0u}}) {
+        eout.datatype = UNTOUCHED;
+        act(cmd);
+        EXPECT_EQ(eout.datatype, datatype) << cmd;
+    }
+    act(11);
+    EXPECT_FALSE(recorder.calls.empty());
+}
+
 TEST_F(EngineEntry, AnOrderOfShutdownIsNotedThoughItFails)
 {
     order.cmd = 18;

@@ -4,10 +4,12 @@
 
 #include "agent_utils.h"
 #include "e_a_notify.h"
+#include "e_a_notify_run.h"
 
 #include <filesystem>
 #include <fstream>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 static constexpr char LIST[] = "/tmp/PROG_NAME.list";
@@ -144,6 +146,12 @@ TEST_F(UserList, ALinkInTheFilesPlaceIsNotFollowed)
     EXPECT_EQ(terminals(), Lines{"pts/3"});
 }
 
+static std::size_t open_descriptors()
+{
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
 TEST_F(UserList, WhereTheFileCannotBeMadeTheListComesAllTheSame)
 {
     std::filesystem::create_directories(std::string(LIST) + "/inside");
@@ -156,6 +164,9 @@ TEST_F(UserList, WhereTheFileCannotBeMadeTheListComesAllTheSame)
     testbed::set_logged_in(crowd.substr(0, 65000) + "\nann tty9\n");
     EXPECT_EQ(UpdateUserList("ann"), 1);
     EXPECT_EQ(terminals(), Lines{"tty9"});
+    const std::size_t before = open_descriptors();
+    EXPECT_EQ(UpdateUserList("ann"), 1);
+    EXPECT_EQ(open_descriptors(), before);
     std::filesystem::remove_all(LIST);
 }
 
@@ -233,6 +244,29 @@ TEST_F(Action, AProgramThatDoesNotReadHoldsNobody)
     stuck = [] { return !calls_of("wall").empty(); };
     EXPECT_EQ(wallornot(65, std::string(1 << 20, 'x'), &ein), 0);
     EXPECT_EQ(calls_of("wall").size(), 1u);
+}
+
+TEST_F(Action, WhoWantsToEndThemIsToldTheProcessesOfThePrograms)
+{
+    std::vector<pid_t> started;
+    program_pids = &started;
+    const PROGRAM who{"/usr/bin/who", "who", {}};
+    EXPECT_TRUE(program_wait(program_start(who), utils_monotonicms() + 10000));
+    program_pids = nullptr;
+    ASSERT_EQ(started.size(), 1u);
+    EXPECT_GT(started[0], 1);
+    EXPECT_EQ(error_text(), "");
+}
+
+TEST_F(Action, ATextThatCannotBeHeldIsReported)
+{
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none{0, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_EQ(program_text("text"), -1);
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(error_text(), "Cannot hold a text: Too many open files");
 }
 
 TEST_F(Action, MissingProgramsAreNoFailure)

@@ -98,6 +98,15 @@ TEST(OneCode, KnownPairs)
     }
 }
 
+// No pair has it; noise may.
+TEST(OneCode, ASecondByteOf127IsTakenForTheLastBelowTheGap)
+{
+    int b1 = 0x88;
+    int b2 = 0x7F;
+    sjis2jis(&b1, &b2);
+    EXPECT_EQ(bytes(b1, b2), bytes(0x2F, 0x60));
+}
+
 TEST(OneCode, EveryRowAndCellGoesToAPairOfShiftJisAndBack)
 {
     for (int row = 0x21; row <= 0x7E; ++row)

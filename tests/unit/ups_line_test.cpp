@@ -2,18 +2,55 @@
 #include "ups_unit.h"
 
 #include <chrono>
+#include <cstdarg>
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <termios.h>
 #include <unistd.h>
 
+// The port's flags when it was last written to, and what it says is still in its queue: a pseudo-terminal has
+// none.
+static int flags_at_write = -1;
+static std::vector<int> queued;
+static int queue_questions = 0;
+
+extern "C" ssize_t write(int fd, const void *bytes, std::size_t size)
+{
+    if (fd == upschan.comfd)
+        flags_at_write = fcntl(fd, F_GETFL);
+    return syscall(SYS_write, fd, bytes, size);
+}
+
+extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
+{
+    va_list arguments;
+    va_start(arguments, request);
+    void *argument = va_arg(arguments, void *);
+    va_end(arguments);
+    if (request != TIOCOUTQ)
+        return static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
+    const int left = static_cast<std::size_t>(queue_questions) < queued.size()
+                         ? queued[static_cast<std::size_t>(queue_questions)]
+                         : 0;
+    ++queue_questions;
+    std::memcpy(argument, &left, sizeof left);
+    return 0;
+}
+
 class UpsLine : public UpsTest
 {
+  protected:
+    UpsLine()
+    {
+        queued.clear();
+        queue_questions = 0;
+    }
 };
 
 static std::string reply_to(AGENT &record, const std::string &command, int max)
@@ -364,6 +401,28 @@ TEST_F(UpsLine, QueryWithoutPortIsNotSent)
     UPSREPLY reply{};
     EXPECT_EQ(ups_query(&record, "X\r", 4, reply), UPSREPLY_NOTSENT);
     EXPECT_EQ(ups_replytext(reply), "");
+}
+
+TEST_F(UpsLine, ACommandIsWrittenWithoutWaitingOnAPortThatWaitsOtherwise)
+{
+    Unit unit("/dev/ttyS0");
+    connect("ZR900PL");
+    EXPECT_EQ(ups_writetoups("X\r"), 2);
+    EXPECT_NE(flags_at_write & O_NONBLOCK, 0);
+    EXPECT_EQ(fcntl(upschan.comfd, F_GETFL) & O_NONBLOCK, 0);
+}
+
+TEST_F(UpsLine, AnOrderIsLookedAfterWhileItsQueueIsNotEmptyOnly)
+{
+    Unit unit("/dev/ttyS0");
+    connect("ZR900PL");
+    const std::string order(20, 'X');
+    EXPECT_EQ(ups_order(order), 20);
+    EXPECT_EQ(queue_questions, 1);
+    queued = {0, 5, 3, 1};
+    const double took = seconds_of([&] { EXPECT_EQ(ups_order(order), 20); });
+    EXPECT_EQ(queue_questions, 5);
+    EXPECT_GT(took, 2 * 20 * 10 / 2400.0) << "the line time passes once more";
 }
 
 TEST_F(UpsLine, StopCharacterInNoiseBlocksTheWriteForASecondOnly)

@@ -110,6 +110,27 @@ TEST_F(UpsQuery, BatteryVoltageQuery)
     EXPECT_EQ(ui().upsdata.BattVolINT, 27);
 }
 
+// What the unit sends for a newline may be lost: at its full length a reply is taken without.
+TEST_F(UpsQuery, RepliesOfFullLengthNeedNoEnd)
+{
+    Unit unit("/dev/ttyS0");
+    unit.answer("Lf ?", {"50.2 "});
+    unit.answer("Bl ?", {"098  "});
+    unit.answer("(Lf ?11)", {"[60.1Hz]     "});
+    unit.answer("(BvB8)", {"[27.3V]     "});
+    connect("ZR900PL");
+    upschan.cmd.Lfx = 1;
+    upschan.cmd.Blx = 1;
+    upschan.cmd_BvB8 = 1;
+    EXPECT_EQ(ups_getoutputfreq(&record), 0);
+    EXPECT_EQ(ups_getbattcapacity(&record), 0);
+    EXPECT_EQ(ups_getbatteryvoltage(&record), 0);
+    ups_closeport();
+    upschan.cmd.Lfx = 0;
+    connect("ZR6020");
+    EXPECT_EQ(ups_getoutputfreq(&record), 0);
+}
+
 TEST_F(UpsQuery, OutputFrequencyQuery)
 {
     Unit unit("/dev/ttyS0");

@@ -76,6 +76,15 @@ class UpsWake : public UpsTest
     Unit unit{"/dev/ttyS0"};
 };
 
+TEST_F(UpsWake, OnlyASocketThatCannotBeHadIsReported)
+{
+    close(upschan.wakefd);
+    testing::internal::CaptureStderr();
+    ups_openwake();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_GE(upschan.wakefd, 0);
+}
+
 TEST_F(UpsWake, MainsFailureWakesTheAgentOnceEverythingIsStored)
 {
     connect("ZR900PL");
