@@ -216,6 +216,24 @@ TEST_F(Settings, EachMonitorSeesMonthsAsItCountsThem)
     EXPECT_EQ(stored("ScheShutDown", "SPECIALNO"), " SPECIALNO = 0");
 }
 
+// A datagram names no system of its own.
+TEST_F(Settings, MonthsOfADatagramAreCountedAsTheLastMonitorCounts)
+{
+    start("4");
+    const TcpClient fromzero;
+    const TcpClient fromone;
+    const testbed::UdpSocket other;
+    say_hello(fromzero, 2);
+    say_hello(fromone, 1);
+    const SCHEDULEINFO march{1, 0, 1, {250, 3, 1, 22, 30, 0, 0}, {250, 3, 2, 8, 5, 0, 0}};
+    const SCHEDULEINFO february{1, 0, 1, {250, 2, 1, 22, 30, 0, 0}, {250, 2, 2, 8, 5, 0, 0}};
+    EXPECT_EQ(query(fromone, 3, 80), "");
+    other.send("127.0.0.1", testbed::AGENT_UDP_PORT, packet(80, bytes_of(march)));
+    EXPECT_EQ(query(fromzero, 3, 80), bytes_of(february));
+    other.send("127.0.0.1", testbed::AGENT_UDP_PORT, packet(80, bytes_of(march)));
+    EXPECT_EQ(query(fromzero, 3, 80), bytes_of(march));
+}
+
 TEST_F(Settings, ChangesAreInTheEventLogThatIsPagedThrough)
 {
     start("4");

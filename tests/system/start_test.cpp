@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <netinet/in.h>
 #include <sys/ipc.h>
 #include <sys/mount.h>
@@ -233,14 +234,17 @@ TEST(Start, WithoutItsDirectoryItServesOnDefaults)
 
 TEST(Start, EveryLocalAddressHasAListenerOfItsOwnAndNoneIsTheWildcard)
 {
+    ASSERT_EQ(testbed::run({"ip", "address", "add", "10.99.0.1/24", "dev", "lo"}).status, 0);
     Daemon daemon(VOLTARIAD);
     daemon.start();
-    for (const char *address : {"127.0.0.1", "10.77.0.1"})
+    for (const char *address : {"127.0.0.1", "10.77.0.1", "10.99.0.1"})
         EXPECT_EQ(ask_status(TcpClient(address)).size(), 220u) << address;
+    EXPECT_THROW(TcpClient("127.0.0.2"), testbed::TestbedError);
     const std::string sockets = testbed::read_file("/proc/net/tcp");
     EXPECT_THAT(sockets, testing::Not(testing::HasSubstr("00000000:1010")));
     EXPECT_THAT(sockets, testing::HasSubstr("0100007F:1010"));
     EXPECT_THAT(sockets, testing::HasSubstr("01004D0A:1010"));
+    EXPECT_THAT(sockets, testing::HasSubstr("0100630A:1010"));
     EXPECT_THAT(testbed::read_file("/proc/net/udp"), testing::HasSubstr("00000000:1012"));
 }
 
@@ -273,18 +277,33 @@ TEST(Start, TheEngineLogsTheStart)
 TEST(Start, DescriptorsThatTheLauncherHadOpenDoNotReachTheDaemon)
 {
     const int extra = open("/dev/null", O_RDONLY);
-    const int high = fcntl(extra, F_DUPFD, 200);
-    ASSERT_EQ(high, 200);
+    const int last = fcntl(extra, F_DUPFD, 255);
+    const int beyond = fcntl(extra, F_DUPFD, 256);
+    ASSERT_EQ(last, 255);
+    ASSERT_EQ(beyond, 256);
     Daemon daemon(VOLTARIAD);
     daemon.start();
-    EXPECT_EQ(testbed::descriptor_target(daemon.agent_pid(), 200), "");
-    // Console three times, UDP socket, two listeners, four pipe ends; the shared block has none. While users
-    // are told of the start there are more for a moment.
+    EXPECT_EQ(testbed::descriptor_target(daemon.agent_pid(), last), "");
+    EXPECT_EQ(testbed::descriptor_target(daemon.agent_pid(), beyond), "/dev/null");
+    // The one beyond, console three times, UDP socket, two listeners, four pipe ends; the shared block has
+    // none. While users are told of the start there are more for a moment.
     testbed::wait_until(
-        "ten descriptors", PATIENCE, [&] { return open_descriptors(daemon.agent_pid()) == 10; },
+        "eleven descriptors", PATIENCE, [&] { return open_descriptors(daemon.agent_pid()) == 11; },
         [&] { return std::to_string(open_descriptors(daemon.agent_pid())); });
-    close(high);
+    close(beyond);
+    close(last);
     close(extra);
+}
+
+TEST(Start, BothProcessesStandInItsDirectoryAndCreateFilesWithTheModesTheyAskFor)
+{
+    Daemon daemon(VOLTARIAD);
+    daemon.start();
+    for (const pid_t pid : {daemon.agent_pid(), daemon.ups_pid()}) {
+        const std::string process = "/proc/" + std::to_string(pid);
+        EXPECT_EQ(std::filesystem::read_symlink(process + "/cwd"), "/usr/lib/voltaria");
+        EXPECT_THAT(testbed::read_file(process + "/status"), testing::HasSubstr("Umask:\t0000\n"));
+    }
 }
 
 TEST(Start, OnAHostWithThirtyAddressesTheUpsProcessKeepsItsPipesAndPortBelowThirtyTwo)
