@@ -1,8 +1,10 @@
-// The event settings out of any settings file. Input: a byte, 15 asks for saving as well, which takes
-// hundreds of writes; the rest is the file. Whatever it holds, every event and every slot of a user must come
-// out whole; what has been saved twice must be read back.
+// The event settings and the working configuration out of any settings file. Input: a byte, 15 asks for
+// saving as well, which takes hundreds of writes; the rest is the file. Whatever it holds, every event and
+// every slot of a user must come out whole; what has been saved twice must be read back. The configuration
+// that was loaded and saved is loaded again as the same.
 #include "e_a_internal.h"
 
+#include "agent.h"
 #include "e_a_event_table.h"
 #include "filehandle.h"
 #include "wp_field.h"
@@ -26,6 +28,9 @@ static std::array<USERSDATA, USER_COUNT> users;
 static UPS_USERSINFO userinfo;
 static UPS_EIN_DATA ein;
 static UPS_EOUT_DATA eout;
+static AGINFO block;
+static UPS_UPSINFO info;
+static UPS_PARAM param;
 
 static void require(bool holds, const char *what)
 {
@@ -50,6 +55,9 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
     require(std::freopen("/dev/null", "w", stdout) != nullptr, "silencing the store");
     userinfo.udp = users.data();
     ein.DATA.eu = eout.DATA.eu = {events.data(), &userinfo};
+    ein.DATA.upsconfigp = eout.DATA.upsconfigp = &param;
+    ein.DATA.upsinfop = eout.DATA.upsinfop = &info;
+    agent.aip = &block;
     return 0;
 }
 
@@ -101,6 +109,35 @@ static void check_save()
     require(user_ids() == ids, "the users read back");
 }
 
+static void check_config()
+{
+    engine = ENGINE{};
+    info = UPS_UPSINFO{};
+    param = UPS_PARAM{};
+    require(getconfig(&eout) == 0, "the result of loading the configuration");
+    require(param.commparam.Agent.back() == '\0' && param.commparam.Group.back() == '\0' &&
+                info.Group.back() == '\0',
+            "the ends of the configuration's texts");
+    require(engine.ISPROTECTOR + engine.ISSERVERAGLOW + engine.ISSERVERAGNORMAL + engine.ISSERVERAGHIGH <= 1,
+            "one role at most");
+}
+
+static void check_config_save()
+{
+    engine.ACFAIL_off = 1000;
+    UPS_PARAM told = param;
+    ein.DATA.upsconfigp = &told;
+    const bool stored = setconfig(&ein, &eout) == 0;
+    const UPS_COMMPARAM before = param.commparam;
+    check_config();
+    require(!stored || engine.ISPROTECTOR != 0 || before.AgentType == param.commparam.AgentType,
+            "the role read back");
+    std::int32_t autodetect = 0;
+    static_cast<void>(getupsmodel(&autodetect));
+    if (setupsmodel(7, -1) == 0 && getupsmodel(&autodetect) == 7)
+        require(autodetect == -1, "the model read back");
+}
+
 static void check_items(const std::string &text)
 {
     std::size_t items = 0;
@@ -119,9 +156,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         return 0;
     const std::string text(reinterpret_cast<const char *>(data) + 1, size - 1);
     check_items(text);
+    const char *told = eventmsg(data[0]);
+    require(told == nullptr || *told != '\0', "the text of an event");
     std::ofstream(CONFIG_FILE, std::ios::binary | std::ios::trunc) << text;
     check_load();
+    check_config();
     if (data[0] == 15)
         check_save();
+    else if (data[0] % 16 == 14)
+        check_config_save();
     return 0;
 }

@@ -1,12 +1,14 @@
 // The configuration file store on any file and any writes. Input: the number of operations, then for each of
 // them a byte for what is done, one that chooses section and key, and a value up to its NUL; the rest is the
 // file. After every operation the file must be what the model says, the value must be found where it was
-// written, and nothing but one line may have been touched.
+// written, and nothing but one line may have been touched. A first byte of 0xF0 and more puts something else
+// in the file's place for the operations: nothing, a directory, a link to nowhere, or a disk without room.
 #include "ea/filehandle.h"
 #include "tests/unit/filehandle_model.h"
 
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -14,7 +16,9 @@
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
@@ -38,6 +42,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
                 directory.st_dev != parent.st_dev,
             "/usr/lib/voltaria must be a private mount: run this in the sandbox");
     require(std::freopen("/dev/null", "w", stdout) != nullptr, "silencing the store");
+    unlink(CONFIG_FILE);
     return 0;
 }
 
@@ -123,6 +128,72 @@ static void check_items(const std::string &text)
     dfile = nullptr;
 }
 
+// ---- no file to keep anything in
+
+enum class INSTEAD { Nothing, Directory, LinkToNowhere, FullDisk, Count };
+
+static void set_room(rlim_t bytes)
+{
+    const rlimit limit{bytes, RLIM_INFINITY};
+    std::signal(SIGXFSZ, SIG_IGN);
+    require(setrlimit(RLIMIT_FSIZE, &limit) == 0, "the room of a file");
+}
+
+static void put_instead(INSTEAD what)
+{
+    unlink(CONFIG_FILE);
+    if (what == INSTEAD::Directory)
+        require(mkdir(CONFIG_FILE, 0700) == 0, "a directory in the place of the file");
+    if (what == INSTEAD::LinkToNowhere)
+        require(symlink("/nowhere/config", CONFIG_FILE) == 0, "a link in the place of the file");
+    if (what == INSTEAD::FullDisk)
+        set_room(4);
+}
+
+// A file that is not there comes into being, with what was written; all else refuses, and is not replaced.
+static void run_without_file(INSTEAD what, std::string_view &input)
+{
+    const unsigned operation = take_byte(input) % 4U;
+    const unsigned names = take_byte(input);
+    const char *section = SECTIONS[names % 3].c_str();
+    const char *key = KEYS[names / 4 % 3].c_str();
+    if (operation == 0)
+        static_cast<void>(removeitem(section, key, 0));
+    else if (operation == 1)
+        require((open_write_batch() == 0) == (what == INSTEAD::Nothing || what == INSTEAD::FullDisk),
+                "a batch without a file");
+    else if (writeparam(section, key, take_text(input).c_str()) == 0)
+        require(what == INSTEAD::Nothing, "what is stored where nothing can be");
+    require(what != INSTEAD::Directory || readparam(section, key) == nullptr, "a setting of a directory");
+}
+
+static void check_without_file(INSTEAD what, std::string_view input)
+{
+    put_instead(what);
+    require(readparam("A", "K") == nullptr, "a setting of no file");
+    require(openfile(CONFIG_FILE) == (what == INSTEAD::Directory ? 0 : -1), "whether there is a file");
+    for (int i = 0; i < 4; ++i)
+        run_without_file(what, input);
+    static_cast<void>(close_write_batch());
+    set_room(RLIM_INFINITY);
+    if (what == INSTEAD::Directory)
+        require(rmdir(CONFIG_FILE) == 0, "the directory is as it was");
+    else
+        unlink(CONFIG_FILE);
+}
+
+// The store's copy of a file is cut at nothing.
+static void check_copy()
+{
+    static constexpr char COPY[] = "/usr/lib/voltaria/config.copy";
+    require(copy_file(CONFIG_FILE, COPY) == 0 && openfile(COPY) == 0, "a copy");
+    std::ifstream file(COPY, std::ios::binary);
+    const std::string copied{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    require(copied == config_text(), "what a copy holds");
+    unlink(COPY);
+    require(efopen(COPY, "r") == nullptr, "what is gone cannot be opened");
+}
+
 static void run_operation(std::string &text, std::string_view &input)
 {
     const unsigned what = take_byte(input) % 8U;
@@ -143,6 +214,11 @@ static void run_operation(std::string &text, std::string_view &input)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     std::string_view input(reinterpret_cast<const char *>(data), size);
+    if (size > 0 && data[0] >= 0xF0) {
+        input.remove_prefix(1);
+        check_without_file(static_cast<INSTEAD>(data[0] % static_cast<int>(INSTEAD::Count)), input);
+        return 0;
+    }
     std::string_view operations = input;
     // Operations are taken twice: first to find where the file begins, then to carry them out.
     const unsigned count = take_byte(operations) % 8U;
@@ -159,5 +235,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         run_operation(text, operations);
     require(close_write_batch() == 0, "closing what is left of a batch");
     check_items(text);
+    check_copy();
     return 0;
 }

@@ -1,10 +1,13 @@
 // The two logs with any content. Input: a byte each for the lines to skip, the lines wanted, the limit and
 // the width of a trim; the rest is the file. Pages must be cut as a reader with a small buffer cuts them,
-// nothing may be made up, and a trim must leave exactly the end of the file.
+// nothing may be made up, a trim must leave exactly the end of the file, and a line can be appended to it. A
+// width of 0xF0 and more puts something else in the place of both logs: nothing, a directory, a link to
+// nowhere, or a disk without room.
 #include "e_a_internal.h"
 
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -13,7 +16,9 @@
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
@@ -124,10 +129,78 @@ static void check_lasttwo()
         require(event.AgentName.back() == '\0', "the end of a name");
 }
 
+// A file with a line more, that ends as lines do.
+static void check_append(const std::uint8_t *choice)
+{
+    UPSDATA measured{};
+    std::memcpy(&measured, choice, 4);
+    eventlog(choice[0], 100, choice[1], choice[2] % 2 != 0 ? "monitor-1" : nullptr);
+    require(engine.eventlogfailed == 0, "the writing of an event");
+    require(read_log(Evelogfile).ends_with('\n'), "the line of an event");
+    datalog(measured, 100);
+}
+
+// ---- no file to read from or to write to
+
+enum class INSTEAD { Nothing, Directory, LinkToNowhere, FullDisk, Count };
+
+static void set_room(rlim_t bytes)
+{
+    const rlimit limit{bytes, RLIM_INFINITY};
+    std::signal(SIGXFSZ, SIG_IGN);
+    require(setrlimit(RLIMIT_FSIZE, &limit) == 0, "the room of a file");
+}
+
+static void put_instead(const char *path, INSTEAD what)
+{
+    unlink(path);
+    if (what == INSTEAD::Directory)
+        require(mkdir(path, 0700) == 0, "a directory in the place of a log");
+    if (what == INSTEAD::LinkToNowhere)
+        require(symlink("/nowhere/log", path) == 0, "a link in the place of a log");
+}
+
+static void take_away(const char *path)
+{
+    if (unlink(path) != 0)
+        static_cast<void>(rmdir(path));
+}
+
+static void check_without_file(INSTEAD what, const std::uint8_t *choice)
+{
+    for (const char *path : {Evelogfile, Datalogfile})
+        put_instead(path, what);
+    const LOGRANGE range = {0, 10};
+    EVENTLOGARRAY events{};
+    DATALOGARRAY measurements{};
+    std::array<UPS_EVENTLOGINFO, 2> last{};
+    engine = ENGINE{};
+    engine.EVENTLOGENABLED = 1;
+    require(geteventlog(&range, &events) == -1 && events.eventlogarray == nullptr, "a page of no log");
+    require(getdatalog(&range, &measurements) == -1 && measurements.datalogarray == nullptr,
+            "a page of no log");
+    require(getlasttwoevents(last) == (what == INSTEAD::Directory ? 0 : -1), "the last two events of no log");
+    if (what == INSTEAD::FullDisk)
+        set_room(10);
+    UPSDATA measured{};
+    std::memcpy(&measured, choice, 4);
+    eventlog(choice[0], 100, choice[1], "monitor-1");
+    require((engine.eventlogfailed != 0) == (what == INSTEAD::FullDisk), "an event on a full disk");
+    datalog(measured, 100);
+    static_cast<void>(lengthcheck(Evelogfile, 1, 1));
+    set_room(RLIM_INFINITY);
+    for (const char *path : {Evelogfile, Datalogfile})
+        take_away(path);
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     if (size < 4)
         return 0;
+    if (data[3] >= 0xF0) {
+        check_without_file(static_cast<INSTEAD>(data[3] % static_cast<int>(INSTEAD::Count)), data);
+        return 0;
+    }
     const std::string text(reinterpret_cast<const char *>(data) + 4, size - 4);
     write_log(Evelogfile, text);
     write_log(Datalogfile, text);
@@ -138,5 +211,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     check_lasttwo();
     check_trim(Evelogfile, text, static_cast<std::int8_t>(data[2]), data[3] % 64 + 1);
     check_trim(Datalogfile, text, static_cast<std::int8_t>(data[2]), DATALOG_WIDTH);
+    check_append(data);
     return 0;
 }

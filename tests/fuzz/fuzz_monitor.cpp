@@ -35,6 +35,16 @@ static bool printable(const std::string &text)
     });
 }
 
+static void draw_page(const WATCH_VIEW &view)
+{
+    for (const PAGE_SIZE size : {PAGE_SIZE{1, 1}, PAGE_SIZE{40, 24}, PAGE_SIZE{80, 24}}) {
+        const std::vector<PAGE_LINE> page = page_watch(view, size);
+        require(page.size() <= size.rows);
+        for (const PAGE_LINE &line : page)
+            require(text_columns(page_text(line)) <= size.columns && printable(page_text(line)));
+    }
+}
+
 static void draw(const UPS_UPSINFO &status)
 {
     for (const std::string &line : page_status(status, "host:4112"))
@@ -42,13 +52,13 @@ static void draw(const UPS_UPSINFO &status)
     require(printable(page_one_line(status)));
     require(!status_json(status, "host", PORT_TCP).empty());
     WATCH_VIEW view;
-    view.connected = view.has_status = true;
     view.status = status;
-    for (const PAGE_SIZE size : {PAGE_SIZE{1, 1}, PAGE_SIZE{40, 24}, PAGE_SIZE{80, 24}}) {
-        const std::vector<PAGE_LINE> page = page_watch(view, size);
-        require(page.size() <= size.rows);
-        for (const PAGE_LINE &line : page)
-            require(text_columns(page_text(line)) <= size.columns && printable(page_text(line)));
+    for (const int lost : {0, 1, 2}) {
+        view.connected = lost == 0;
+        view.reason = lost == 1 ? "the connection is lost" : "";
+        view.has_status = lost < 2;
+        view.message = lost == 0 ? text_safe(status.upsmodel, TEXT_CODE::Euc) : "";
+        draw_page(view);
     }
 }
 
@@ -74,6 +84,14 @@ template <typename LINE> static void decode_log(std::span<const std::uint8_t> da
     require(printable_lines(log_table(lines)) && printable_lines(log_csv(lines)));
 }
 
+static void decode_schedules(std::span<const std::uint8_t> data)
+{
+    std::vector<SCHEDULEINFO> entries;
+    require(monitor_decode(data, entries) == (data.size() % sizeof(SCHEDULEINFO) == 0));
+    require(entries.size() ==
+            (data.size() % sizeof(SCHEDULEINFO) == 0 ? data.size() / sizeof(SCHEDULEINFO) : 0));
+}
+
 static void decode_events(std::span<const std::uint8_t> data)
 {
     EVENT_TABLE events{};
@@ -93,6 +111,15 @@ static void decode_records(std::span<const std::uint8_t> data)
     decode_one<UPS_AGENTDOWNINFO>(data);
     decode_one<BATTCHGTIME>(data);
     decode_one<UPS_PASSWORD>(data);
+    decode_one<UPS_EVENTINFO>(data);
+    decode_one<UPS_EVENTLOGINFO>(data);
+    decode_one<UPS_DATALOGINFO>(data);
+    decode_one<UPS_COMMAND_PACKET>(data);
+    decode_one<UPS_INQAGENT>(data);
+    decode_one<UPS_ANSAGENT>(data);
+    decode_one<UPS_ANSPROT>(data);
+    decode_one<std::uint32_t>(data);
+    decode_schedules(data);
     decode_log<UPS_EVENTLOGINFO>(data);
     decode_log<UPS_DATALOGINFO>(data);
     decode_events(data);
@@ -103,7 +130,14 @@ static void hear(std::span<const std::uint8_t> datagram)
     const auto agent = discover_decode(datagram, "10.0.0.2");
     if (!agent)
         return;
-    require(printable_lines(discover_table({*agent})));
+    static std::vector<FOUND_AGENT> crowd(FOUND_AGENTS_MAX);
+    std::vector<FOUND_AGENT> agents;
+    require(discover_merge(agents, *agent) && !discover_merge(agents, *agent) && agents.size() == 1);
+    FOUND_AGENT changed = *agent;
+    changed.gone = !changed.gone;
+    require(discover_merge(agents, changed) && agents.size() == 1 && agents[0] == changed);
+    require(!discover_merge(crowd, *agent) && crowd.size() == FOUND_AGENTS_MAX);
+    require(printable_lines(discover_table({*agent, changed})) && printable_lines(discover_line(*agent)));
     require(printable_lines(agents_json({*agent})) && printable(agent_json_line(*agent)));
 }
 
@@ -112,7 +146,16 @@ static void take_apart(const MONITOR_PACKET &packet)
     decode_records(packet.data);
     require(packet.data.size() + PACKET_HEAD_SIZE == packet.head.Length);
     const std::string text(packet.data.begin(), packet.data.end());
-    require(printable(text_safe(text, TEXT_CODE::ShiftJis)) && printable(text_safe(text, TEXT_CODE::Euc)));
+    for (const TEXT_CODE code : {TEXT_CODE::ShiftJis, TEXT_CODE::Euc, TEXT_CODE::Utf8}) {
+        const std::string safe = text_safe(text, code);
+        require(printable(safe) && text_ascii(safe).size() == text_columns(safe));
+    }
+    UPS_PACKET_HEAD head{};
+    UPS_UPSINFO nothing{};
+    VTOSINFO nobody{};
+    require(!monitor_decode_head(packet.data, head) || packet.data.size() == PACKET_HEAD_SIZE);
+    require(!monitor_decode_upsinfo({}, nothing) && !monitor_decode_osinfo({}, nobody));
+    require(monitor_decode_head(monitor_encode_head(packet.head), head) && head.Length == packet.head.Length);
     VTOSINFO info{};
     if (monitor_decode_osinfo(packet.data, info))
         require(std::ranges::equal(monitor_encode_osinfo(info), packet.data));

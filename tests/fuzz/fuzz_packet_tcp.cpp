@@ -1,5 +1,6 @@
 // A monitor's connection: the input, behind its first byte, is a row of pieces, each a count and that many
-// bytes. Every piece is read as the loop would, and each whole packet is dispatched.
+// bytes; the count 255 stands for a byte that comes many times. Every piece is read as the loop would, and
+// each whole packet is dispatched.
 #include "packet_world.h"
 
 #include <poll.h>
@@ -45,6 +46,10 @@ static bool serve(NETCLI *client)
     return result >= 0;
 }
 
+static constexpr std::size_t RUN_STEP = 1024;  // bytes
+static constexpr std::size_t RUN_STEPS = 24;
+static constexpr int MOST_RUNS = 4;  // in one input, which would take seconds otherwise
+
 // Sends one piece and serves until it is used up. Returns whether the connection lives.
 static bool feed(NETCLI *client, int peer, const std::uint8_t *piece, std::size_t size)
 {
@@ -60,6 +65,16 @@ static bool feed(NETCLI *client, int peer, const std::uint8_t *piece, std::size_
     return true;
 }
 
+static bool feed_run(NETCLI *client, int peer, std::size_t steps, std::uint8_t byte)
+{
+    std::array<std::uint8_t, RUN_STEP> run;
+    run.fill(byte);
+    bool lives = true;
+    for (std::size_t i = 0; i < steps && lives; ++i)
+        lives = feed(client, peer, run.data(), run.size());
+    return lives;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     if (size == 0)
@@ -70,8 +85,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         return 0;
     clients_register(&agent.agnet, ends[0], sockaddr_in{});
     NETCLI *client = agent.agnet.clilist;
-    bool lives = true;
+    int runs = 0;
+    bool lives = serve(client);  // woken for nothing
     for (std::size_t at = 1; at < size && lives;) {
+        if (data[at] == 255 && size - at > 2 && runs++ < MOST_RUNS) {
+            lives = feed_run(client, ends[1], data[at + 1] % RUN_STEPS, data[at + 2]);
+            at += 3;
+            continue;
+        }
         const std::size_t count = std::min<std::size_t>(data[at], size - at - 1);
         lives = feed(client, ends[1], data + at + 1, count);
         at += 1 + count;

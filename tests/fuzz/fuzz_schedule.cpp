@@ -76,6 +76,20 @@ static void check_choice(const std::vector<listed> &list, int action, std::time_
     require(found, "what is chosen is listed");
 }
 
+// As the notices of a shutdown tell it.
+static void check_words(std::time_t start)
+{
+    const std::time_t offset = start - NOW;
+    require(user_date(offset) == std::string_view(user_date_real(start)), "the date of a start");
+    require(std::string_view(user_time(offset)).substr(0, 5) ==
+                std::string_view(user_time_real(start)).substr(0, 5),
+            "the minute of a start");
+    require(user_year(offset) >= 1970 && user_month(offset) >= 1 && user_day(offset) >= 1,
+            "a day of a start");
+    require(std::time_t{user_time_m(offset)} * 60 + user_time_s(offset) == offset,
+            "minutes and seconds until a start");
+}
+
 static std::vector<listed> load()
 {
     const std::vector<listed> list = list_of(getschlist());
@@ -83,6 +97,7 @@ static std::vector<listed> load()
     check_choice(list, 1, engine.next_test, engine.schtestreason);
     require(engine.offBootSpan == engine.SCH_boot - engine.SCH_off, "the span lies between off and boot");
     require(engine.DownDuration >= 0, "no negative off time");
+    check_words(engine.SCH_off);
     return list;
 }
 

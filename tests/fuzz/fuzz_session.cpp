@@ -223,7 +223,7 @@ static int serve_client(NETCLI *client)
 {
     if (client_haspending(client))
         return client_flush(client);
-    if (!readable(client->sockfd))
+    if (login_waits(client) || !readable(client->sockfd))
         return 0;
     int length = -1;
     const int result = net_readpacketfromtcpsocket(&agent.agnet, client, &length);
@@ -235,13 +235,25 @@ static int serve_client(NETCLI *client)
     WORLD_CHECK(packet_head().Length == static_cast<std::uint32_t>(length));
     WORLD_CHECK(net_checkisvalidpacket(packet_head()));
     WORLD_CHECK(packet_origin().sockfd == client->sockfd);
-    net_forbidagentorder();
     MONITOR *monitor = monitor_of(client->sockfd);
     WORLD_CHECK(monitor != nullptr);
     for (const OWED &owed : owed_for_packet(packet_head(), packet_data()))
         monitor->owed.push_back(owed);
+    if (login_inhand())
+        return login_hold(client);
+    net_forbidagentorder();
     dispatch(1);
     return 0;
+}
+
+// A login is answered before anything else of its client is read.
+static void serve_login()
+{
+    const bool ready = logins_ready(&agent.agnet);
+    logins_checkone(&agent);
+    WORLD_CHECK(ready || !logins_ready(&agent.agnet));
+    check_clients();
+    check_arguments();
 }
 
 static void serve_clients()
@@ -295,6 +307,7 @@ static void agent_turn()
 {
     serve_datagrams();
     serve_clients();
+    serve_login();
     daemon_dropreplies(&agent);
     ein.DATA.schlist = eout.DATA.schlist = nullptr;
     engine_tables(&agent);
@@ -457,7 +470,8 @@ static void finish()
     for (int i = 0; i < 400; ++i) {
         agent_turn();
         const NETCLI *client = agent.agnet.clilist;
-        while (client != nullptr && !client_haspending(client) && !readable(client->sockfd))
+        while (client != nullptr && !client_haspending(client) && !login_waits(client) &&
+               !readable(client->sockfd))
             client = client->next;
         if (client == nullptr)
             break;

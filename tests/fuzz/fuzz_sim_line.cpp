@@ -1,5 +1,5 @@
 // Any bytes from the host to a unit of any model, with things happening in between: the first byte chooses
-// the model, a byte above 0xF0 lets time pass or something happen, all others are sent. Each command gets at
+// the model, a byte above 0xE8 lets time pass or something happen, all others are sent. Each command gets at
 // most one reply, each reply is whole, and the status line never loses its form.
 #include "sim/sim.h"
 #include "sim/sim_protocol.h"
@@ -23,6 +23,16 @@ static void happen(sim::Sim &simulation, sim::Time &now, unsigned what)
         sim::sim_command(simulation, now, EVENTS[what]);
     else
         now += std::chrono::seconds(1LL << (2 * (what - EVENTS.size())));
+    sim::sim_run(simulation, now);
+}
+
+// What a line suffers.
+static void disturb(sim::Sim &simulation, sim::Time now, unsigned what)
+{
+    static constexpr std::array<std::string_view, 8> EVENTS = {
+        "garbage stream 5", "garbage off", "garbage \"Q1\\r\"", "line cut",
+        "line restore",     "port unplug", "port plug",         "pace off"};
+    sim::sim_command(simulation, now, EVENTS[what]);
     sim::sim_run(simulation, now);
 }
 
@@ -50,6 +60,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         const char byte = static_cast<char>(data[i]);
         if (data[i] > 0xF0)
             happen(simulation, now, data[i] - 0xF1U);
+        else if (data[i] > 0xE8)
+            disturb(simulation, now, data[i] - 0xE9U);
         else
             sim::sim_from_host(simulation, now, {&byte, 1});
     }

@@ -91,6 +91,36 @@ static void run_boundary(const boundary_pair &boundary, const std::string &text,
     require_prefix(part.get(), whole.get());
 }
 
+// What no caller of the agent does: there is no text, or no room for it.
+static void run_nothing(const std::string &text, int incode, int tofull, int lang)
+{
+    char kept = '#';
+    require(DetectCodeType(nullptr, 5) == CODE_NOSTRING);
+    for (const auto &converter : CONVERTERS) {
+        require(converter.plain(text.c_str(), nullptr, incode, tofull) == 0);
+        require(converter.bounded(text, {}, incode, tofull) == 0);
+    }
+    for (const auto &boundary : BOUNDARIES) {
+        require(boundary.plain(nullptr, &kept, lang) == -1 &&
+                boundary.plain(text.c_str(), nullptr, lang) == -1);
+        require(boundary.bounded(text, {}, lang) == -1);
+    }
+    require(kept == '#');
+}
+
+// A half-width katakana and the mark behind it become one full-width character.
+static void run_widening(const std::string &text, int incode)
+{
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char *rest = text.c_str() + i + 1;
+        int lead = static_cast<unsigned char>(text[i]);
+        int trail = 0;
+        int count = static_cast<int>(i) + 1;
+        han2zen(&rest, &lead, &trail, incode, &count, static_cast<int>(text.size()));
+        require(count >= 0 && count <= static_cast<int>(text.size()) && rest == text.c_str() + count);
+    }
+}
+
 static void run_detection(const std::string &text)
 {
     const int code = DetectCodeType(text);
@@ -114,6 +144,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     text.resize(text.find('\0') != std::string::npos ? text.find('\0') : text.size());
 
     run_detection(text);
+    run_nothing(text, incode, tofull, lang);
+    run_widening(text, incode);
     for (const auto &converter : CONVERTERS)
         run_converter(converter, text, room, incode, tofull);
     for (const auto &boundary : BOUNDARIES)

@@ -44,6 +44,14 @@ static void check_record(const UPS_UPSINFO &ui)
     require(field_view(ui.upsmodel).size() < ui.upsmodel.size());
 }
 
+// The line is looked at before anything else, as when the agent asks for the battery's date.
+static void look_first(AGENT &record)
+{
+    if (verify_commlost(&record) == 0)
+        static_cast<void>(ups_getbattchgtimeforcmd(&record));
+    check_record(record.aip->ups.ui);
+}
+
 static void hear_out(AGENT &record)
 {
     for (int passes = 0; passes < 8 && upschan.comfd >= 0; ++passes) {
@@ -51,7 +59,10 @@ static void hear_out(AGENT &record)
             ups_established();
         check_record(record.aip->ups.ui);
     }
+    look_first(record);
     ups_lostcomm(&record);
+    check_record(record.aip->ups.ui);
+    ups_comnone(&record);
     check_record(record.aip->ups.ui);
 }
 
@@ -70,12 +81,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     block.ups.ui.CommStatus = (data[1] & 1) != 0 ? COMM_ESTABLISHED : COMM_LOST;
     upschan.cf = upschan.cmd = (data[1] & 2) != 0 ? CAPABILITY{1, 1, 1, 1, 1, 1, 1} : CAPABILITY{};
     upschan.bSendTestCmd = (data[1] & 4) != 0 ? 1 : 0;
+    upschan.beBattTest = (data[1] & 16) != 0 ? 1 : 0;
+    upschan.lasttest = (data[1] & 64) != 0 ? 1 : 0;
+    block.ups.up.workparam.ComSet = (data[1] & 32) != 0 ? COMSET_NOUPS : 0;
     upschan.modelknown = 1;
     field_set(block.ups.ui.upsmodel, models[data[0] % models.size()]);
     upschan.comfd = line[0];
     if (write(line[1], data + 2, size - 2) == static_cast<ssize_t>(size - 2) &&
-        shutdown(line[1], SHUT_WR) == 0)
+        shutdown(line[1], SHUT_WR) == 0) {
+        if ((data[1] & 8) != 0)
+            look_first(record);
         hear_out(record);
+    }
     ups_closeport();
     close(line[1]);
     return 0;

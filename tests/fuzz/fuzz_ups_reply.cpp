@@ -26,6 +26,8 @@ static void read_q1(std::string_view reply)
     require(digit_range(q1.input) && digit_range(q1.output) && digit_range(q1.freq) &&
             digit_range(q1.battery));
     require(digit_range(q1.temp) || (q1.temp.whole == -1 && q1.temp.tenth == -1));
+    for (unsigned bit = 0; bit < 8; ++bit)
+        require(!q1_bit(q1, bit) || !q1_bitclear(q1, bit));
     require(q1.load >= 0 && q1.load <= 999);
 }
 
@@ -65,6 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     if (size == 0)
         return 0;
     const std::string_view reply(reinterpret_cast<const char *>(data) + 1, size - 1);
+    require(!reply_isnak(reply) || !reply_iswake(reply));
     switch (data[0] % 5) {
     case 0:
         read_q1(reply);

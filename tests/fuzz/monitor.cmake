@@ -1,1 +1,3 @@
 voltaria_fuzz_target(fuzz_monitor SOURCES fuzz_monitor.cpp LIBS monitorlib)
+voltaria_fuzz_target(fuzz_monitor_session SOURCES fuzz_monitor_session.cpp LIBS monitorlib)
+voltaria_fuzz_target(fuzz_monitor_words SOURCES fuzz_monitor_words.cpp LIBS monitorlib)

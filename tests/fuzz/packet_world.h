@@ -1,7 +1,7 @@
 // What the fuzz targets of the agent's packets share: the agent's record with a shared block in plain memory,
 // whose state the first byte of an input chooses. The engine is behind it, writes the fixed files and carries
-// out orders, so an input is only ever run in the sandbox. Even there nothing is started: no event has
-// settings, and a shutdown that an input orders is still in its grace when the next input begins.
+// out orders, so an input is only ever run in the sandbox. Even there no program is started, and a shutdown
+// that an input orders is still in its grace when the next input begins.
 #pragma once
 
 #include "agent.h"
@@ -10,6 +10,7 @@
 #include "agent_daemon_clients.h"
 #include "agent_net.h"
 #include "e_a_internal.h"
+#include "no_programs.h"
 #include "wp_field.h"
 
 #include <algorithm>
@@ -60,6 +61,8 @@ static void world_start()
     world_users = {0, agent.us.data()};
     ein.DATA.eu = eout.DATA.eu = {agent.el.data(), &world_users};
     agent.agnet.ufd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const int on = 1;
+    setsockopt(agent.agnet.ufd, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
     daemon_reallocbuf(DAEMON_BUFFER_START);
 }
 

@@ -1,7 +1,7 @@
 // The world in which fuzz_session runs: the agent's record with a shared block in plain memory, the real
 // event engine on the sandbox's fixed files, a thread that takes the UPS process's place at the pipes, and a
-// clock that the input moves. No program is ever started: what starts programs is replaced here, so that the
-// linker leaves the real one out, and so is the call that would become the system's shutdown.
+// clock that the input moves. No program is ever started: what starts programs is replaced, and so is the
+// call that would become the system's shutdown.
 #pragma once
 
 #include "agent.h"
@@ -10,10 +10,11 @@
 #include "agent_daemon_channel.h"
 #include "agent_daemon_clients.h"
 #include "agent_daemon_engine.h"
+#include "agent_daemon_logins.h"
 #include "agent_net.h"
 #include "e_a_internal.h"
-#include "e_a_notify_run.h"
 #include "filehandle.h"
+#include "no_programs.h"
 #include "session_grammar.h"
 #include "wp_field.h"
 
@@ -99,37 +100,6 @@ extern "C" int execl(const char *path, const char *, ...) noexcept
     return -1;
 }
 
-int program_text(std::string_view text)
-{
-    WORLD_CHECK(text.size() < 65536);
-    return fcntl(agent.agnet.ufd, F_DUPFD_CLOEXEC, 0);
-}
-
-// Who is logged in is told with names of the grammar, one of them without an end.
-int program_start(const PROGRAM &program)
-{
-    static constexpr std::string_view LOGGED_IN =
-        "operator pts/0 2004-03-05 09:00\nroot     tty1\nline\xff pts/1\nOffice -x\nsecret";
-    for (const char *argument : program.arguments)
-        WORLD_CHECK(argument == nullptr || std::strlen(argument) < 65536);
-    if (program.output >= 0)
-        WORLD_CHECK(write(program.output, LOGGED_IN.data(), LOGGED_IN.size()) > 0);
-    return -1;
-}
-
-bool program_wait(int, std::int64_t)
-{
-    return true;
-}
-
-void signals_default()
-{
-}
-
-void program_closeothers()
-{
-}
-
 // ---- the UPS process's end of the pipes
 
 // Every word is carried out. Also the watch over inputs that do not end.
@@ -193,6 +163,7 @@ static int bound_socket(std::uint16_t port)
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     const int on = 1;
     setsockopt(fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);  // a merge runs one target in another
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
     addr.sin_port = htons(port);
@@ -259,6 +230,7 @@ static void put_status(std::uint8_t choice)
     field_set(info.upsmodel, MODELS[choice & 3]);
     info.CommStatus = LINKS[choice >> 2 & 3];
     info.ComId = static_cast<std::int8_t>((choice >> 4 & 3) - 1);
+    info.upsdata.InPutINT = static_cast<std::int16_t>((choice & 0x40) != 0 ? 230 : 0);
 }
 
 static std::string file_text(const char *path)
