@@ -34,6 +34,13 @@ static void forget_ordered_shutdown(const STATUSPASS &pass)
     engine.ISSHUTTINGDOWN = 0;
 }
 
+// A shutdown under way has not missed its deadline. It is met here when the link was back before the shutdown
+// saw the loss, and without a deadline it would stay under way for ever and keep every other from beginning.
+static bool is_missed(const STATUSPASS &pass)
+{
+    return engine.ISSHUTTINGDOWN == 0 && engine.next_off + MISSED < pass.now;
+}
+
 static void forget_missed_deadlines()
 {
     engine.next_off = 0;
@@ -62,7 +69,7 @@ static void link_established(STATUSPASS &pass)
     pass.now = timenow();
     if (engine.downreason == OTHERAGEDOWN)
         forget_ordered_shutdown(pass);
-    if (engine.next_off + MISSED < pass.now)
+    if (is_missed(pass))
         forget_missed_deadlines();
     if (CheckBit(pass.u_status, UPSBIT_ACFAIL))
         status_startcountdown(pass);

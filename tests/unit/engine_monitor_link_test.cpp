@@ -1,6 +1,7 @@
 // The link under the status monitor: found, lost, without a port, and what each does to a pending shutdown.
 #include "tests/unit/engine_monitor.h"
 
+#include "agent_utils.h"
 #include "agent_utils_output.h"
 #include "shared_word.h"
 
@@ -128,6 +129,29 @@ TEST_F(MonitorLink, ADeadlineTenSecondsAgoIsNotMissed)
     EXPECT_EQ(engine.downreason, USER_SPECIFY);
 }
 
+// Telling the loss may take so long that the link is back before the shutdown looks at it.
+TEST_F(MonitorLink, AShutdownThatDidNotSeeTheLossIsFinished)
+{
+    const std::array<std::pair<REASON, std::time_t ENGINE::*>, 2> cases = {{
+        {AC_FAIL, &ENGINE::ACFAIL_off},
+        {BATT_LOW, &ENGINE::BATTLOW_off},
+    }};
+    for (const auto &[reason, deadline] : cases) {
+        connect();
+        begin_shutdown(reason, deadline);
+        engine.gracestart = utils_monotonicms();
+        const std::time_t due = engine.next_off;
+        advance(300);
+        lose();
+        connect();
+        EXPECT_EQ(engine.ISSHUTTINGDOWN, 1) << reason;
+        EXPECT_EQ(engine.next_off, due) << reason;
+        recorder = Recorder{};
+        EXPECT_EQ(act(E_CMD_CHECKSTATUS), 0) << reason;
+        EXPECT_EQ(count(E_CB_UPSDOWN), 1) << reason;
+    }
+}
+
 TEST_F(MonitorLink, AnotherAgentsOrderIsForgottenWhenTheLinkIsFound)
 {
     lose();
@@ -197,6 +221,15 @@ TEST_F(MonitorLink, WithoutAPortTheLossIsNeitherEventNorNotice)
     EXPECT_EQ(recorder.calls.back(), (callback{E_CB_STATUSCHANGED, 0, 0}));
     EXPECT_EQ(engine.ISCOMLST, 1);
     EXPECT_EQ(ups.ui.upsstat, UPSSTAT_NORMAL);
+}
+
+TEST_F(MonitorLink, ALossBehindAMissingPortIsToldLikeAnyOther)
+{
+    connect();
+    lose(COMM_NOUPS);
+    lose();
+    EXPECT_EQ(raised, ids{64});
+    EXPECT_EQ(recorder.english, texts{"UPS communication Lost"});
 }
 
 TEST_F(MonitorLink, ALossIsPrintedWithThePortSetting)
