@@ -106,16 +106,11 @@ static std::string mail_text(int id)
     return notice_format(GETTEXTj(eventmsg(id)), {notice_arg(name)});
 }
 
-static bool is_schedule(REASON reason)
-{
-    return reason == SPECIAL || reason == WEEKLY || reason == MONTHLY;
-}
-
 // While a scheduled shutdown is pending only its own arrival is shown, and a mains failure never is: the
 // warnings of the countdown take its place.
 static bool is_shown_to_all(int id)
 {
-    if (is_schedule(engine.downreason))
+    if (is_scheduled(engine.downreason))
         return id == EVENT_ARRIVED_SPECIAL || id == EVENT_ARRIVED_WEEKLY || id == EVENT_ARRIVED_MONTHLY;
     return id != EVENT_ACFAIL;
 }
