@@ -63,6 +63,14 @@ TEST_F(Action, WhileAScheduledShutdownIsPendingOnlyItsArrivalIsShown)
     EXPECT_EQ(told(0), Lines{"wall <UPS AC Restore\n"});
 }
 
+TEST_F(Action, AScheduledShutdownHoldsNoMailBack)
+{
+    engine.downreason = WEEKLY;
+    user(0, "ann", "a@example.org");
+    event(0).MailUser = 1;
+    EXPECT_EQ(told(0), Lines{"mail a@example.org <UPS AC Restore\n"});
+}
+
 TEST_F(Action, ChosenUsersAreWrittenToOnEachOfTheirTerminals)
 {
     user(0, "ann");
@@ -223,6 +231,17 @@ TEST_F(Action, AnEventThatCannotBeLoggedIsActedOnAllTheSame)
     EXPECT_EQ(lines(), (Lines{"mesg y", "wall <UPS AC Restore\n"}));
 }
 
+TEST_F(Action, AnEventThatIsNotLoggedIsOneOfTheLastTwoAllTheSame)
+{
+    event(65).Record = 0;
+    told(65);
+    engine.EVENTLOGENABLED = 0;
+    told(0);
+    EXPECT_EQ(engine.last2event[0].EventId, 65);
+    EXPECT_EQ(engine.last2event[1].EventId, 0);
+    EXPECT_EQ(logged(), std::vector<int>{});
+}
+
 // ---- names from the network ----
 
 TEST_F(Action, TheMonitorsNameStandsInTheTextsOfItsOrders)
@@ -355,6 +374,16 @@ TEST_F(CommandPatience, NoTimeMeansNotToWait)
 TEST_F(CommandPatience, NoSettingHoldsTheEngineLongerThanAnHour)
 {
     EXPECT_NEAR(static_cast<double>(passed(0x7FFFFFFF)), 3600, 20);
+}
+
+TEST_F(CommandPatience, TheShutdownOfAnEventIsDueOnceItsCommandHasHadItsTime)
+{
+    const std::time_t before = timenow();
+    event(7).Shutdown = 1;
+    passed(300);
+    EXPECT_GE(engine.next_off, before + 280);
+    EXPECT_EQ(engine.EVENTTRIGGER_off, engine.next_off);
+    EXPECT_EQ(engine.downreason, EVENT_TRIGGER);
 }
 
 // ---- the shutdown that an event starts ----

@@ -62,6 +62,17 @@ TEST_F(EngineEntry, EachCommandSaysWhatItFilled)
     }
 }
 
+TEST_F(EngineEntry, AGetThatFailsSaysWhatItWasAllTheSame)
+{
+    eout.DATA.eu.eap = nullptr;
+    EXPECT_EQ(act(3), -1);
+    EXPECT_EQ(eout.datatype, 8u);
+    nameless = true;
+    EXPECT_EQ(act(2), -1);
+    nameless = false;
+    EXPECT_EQ(eout.datatype, 2u);
+}
+
 TEST_F(EngineEntry, CommandsThatDoNotExistChangeNothing)
 {
     for (const int cmd : {0, 7, 12, 13, 14, 15, 16, 19, -1, 1000}) {

@@ -407,6 +407,19 @@ TEST_F(UpsControl, BuzzerWithoutSwitchIsJustTested)
     EXPECT_EQ(doBuzzer(&record), -1);
 }
 
+TEST_F(UpsControl, RefusedStepOfTheBuzzerTestIsNotRepeated)
+{
+    start("ZR900PL");
+    unit->answer("", {"NAK\r"});
+    ui().ufStatus = UPSFUNCTION_BUZZER;
+    upschan.buzzerStep = 1;
+    for (const int next : {2, 3, 0}) {
+        EXPECT_EQ(doBuzzer(&record), -1);
+        EXPECT_EQ(upschan.buzzerStep, next);
+    }
+    EXPECT_THAT(unit->commands(), ElementsAre("Bn", "Bt", "Bf"));
+}
+
 TEST_F(UpsControl, LostLineEndsTheBuzzerTest)
 {
     start("ZR900PL");
@@ -461,6 +474,15 @@ TEST_F(UpsControl, RestartByItselfIsSwitchedBeforeTheOrder)
     EXPECT_EQ(order_down(60, 0), 0);
     EXPECT_EQ(order_down(60, -1), 0);
     EXPECT_THAT(unit->commands(), ElementsAre("An", "S01R00001", "Af", "S01", "S01"));
+}
+
+TEST_F(UpsControl, SilenceBehindTheSwitchOfTheRestartDoesNotHoldTheOrderBack)
+{
+    start("ZR900PL");
+    unit->answer("An", {""});
+    ui().ufStatus = UPSFUNCTION_AUTORESTART;
+    EXPECT_EQ(order_down(60, 60), 0);
+    EXPECT_THAT(unit->commands(), ElementsAre("An", "S01R00001"));
 }
 
 TEST_F(UpsControl, UnitThatKnowsAnOrderForGoodGetsIt)

@@ -86,6 +86,49 @@ TEST_F(UpsSelftest, KindDependsOnDurationAndModel)
     }
 }
 
+TEST_F(UpsSelftest, DurationCountsFromTheFirstLineThatShowsTheTest)
+{
+    start("ZR900PL");
+    pass(TESTING);
+    present += 10;
+    pass(TESTING);
+    present += 10;
+    pass(IDLE);
+    EXPECT_EQ(ui().sftResBattery.Result, SELFTEST_PASSED);
+    EXPECT_EQ(ui().sftResUPS.Result, 99U);
+}
+
+TEST_F(UpsSelftest, DurationOfACommandedTestDoesNotCountFromItsCommand)
+{
+    start("ZR900PL");
+    upschan.bSendTestCmd = 1;
+    pass(IDLE);
+    present += 10;
+    pass(TESTING);
+    present += 10;
+    pass(IDLE);
+    EXPECT_EQ(ui().sftResUPS.Result, SELFTEST_PASSED);
+    EXPECT_EQ(ui().sftResBattery.Result, 99U);
+}
+
+TEST_F(UpsSelftest, StartOfATestArmsTheClockAnew)
+{
+    const auto arms = [this](const char *status) {
+        itimerval low{};
+        low.it_value.tv_sec = 1000;
+        EXPECT_EQ(setitimer(ITIMER_REAL, &low, nullptr), 0);
+        pass(status);
+        itimerval left{};
+        EXPECT_EQ(getitimer(ITIMER_REAL, &left), 0);
+        return left.it_value.tv_sec > 1000;
+    };
+    start("ZR900PL");
+    EXPECT_FALSE(arms(IDLE));
+    EXPECT_TRUE(arms(TESTING));
+    EXPECT_FALSE(arms(TESTING));
+    EXPECT_FALSE(arms(IDLE));
+}
+
 TEST_F(UpsSelftest, RunningTestIsShown)
 {
     start("ZR900PL");
@@ -155,6 +198,75 @@ TEST_F(UpsSelftest, BatteryKnownAsWeakFailsTheBatteryTestAtTheStatusLine)
     pass(IDLE);
     EXPECT_EQ(ui().sftResBattery.Result, SELFTEST_FAILED);
     EXPECT_EQ(ui().BattStatus, BATT_WEAK);
+}
+
+TEST_F(UpsSelftest, BatteryKnownAsWeakFailsItsTestThoughItIsDisconnected)
+{
+    start("ZR900PL");
+    state("10000001");
+    pass(TESTING);
+    present += 30;
+    unit->answer("V", {"NAK\r"});
+    pass(IDLE);
+    EXPECT_EQ(ui().sftResBattery.Result, SELFTEST_FAILED);
+    EXPECT_EQ(ui().BattStatus, BATT_DISCONNECTED);
+    EXPECT_EQ(mask() & UPSBIT_BATTWEAK, 0U);
+}
+
+TEST_F(UpsSelftest, SeriesZqLeavesAWeakBatterysResultToTheUnitState)
+{
+    start("ZQ300");
+    state("00000001");
+    pass(TESTING);
+    present += 30;
+    unit->answer("V", {"NAK\r"});
+    pass(IDLE);
+    EXPECT_EQ(ui().sftResBattery.Result, 99U);
+    state("00000001");
+    pass(IDLE);
+    EXPECT_EQ(ui().sftResBattery.Result, SELFTEST_FAILED);
+}
+
+TEST_F(UpsSelftest, BatteryFaultOutsideATestRecordsNoResult)
+{
+    for (const char *characters : {"00000100", "00000001"}) {
+        start("ZR900PL");
+        state(characters);
+        pass(IDLE);
+        pass(IDLE);
+        EXPECT_EQ(ui().sftResBattery.Result, 99U) << characters;
+        EXPECT_EQ(ui().sftResUPS.Result, 99U) << characters;
+        ups_closeport();
+        unit.reset();
+        upschan.gb_Battest_HWFail = upschan.gb_Battest_Weak = 0;
+        mask() = 0;
+    }
+}
+
+TEST_F(UpsSelftest, ResultIsRecordedOnce)
+{
+    start("ZR900PL");
+    test_of(30);
+    ui().sftResBattery.Result = 99;
+    state("00000001");
+    pass(IDLE);
+    pass(IDLE);
+    EXPECT_EQ(ui().sftResBattery.Result, 99U);
+}
+
+TEST_F(UpsSelftest, FaultOfTheUnitStateLastsUntilTheUnitStateShowsItGone)
+{
+    start("ZR900PL");
+    state("00000100");
+    pass(IDLE);
+    pass(IDLE);
+    EXPECT_EQ(ui().upsstat, UPSSTAT_FAULT);
+    EXPECT_EQ(mask(), UPSBIT_FAULT);
+    state("00000000");
+    pass(IDLE);
+    pass(IDLE);
+    EXPECT_EQ(ui().upsstat, UPSSTAT_NORMAL);
+    EXPECT_EQ(mask(), 0U);
 }
 
 TEST_F(UpsSelftest, BatteryFaultAfterAGoodUpsTestLeavesTheJudgementToTheEngine)

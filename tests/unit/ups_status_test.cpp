@@ -78,6 +78,19 @@ TEST_F(UpsStatus, LostStatusLineIsAskedForAgainOnAReopenedPort)
     EXPECT_EQ(unit.count("Q1"), 2);
 }
 
+TEST_F(UpsStatus, PortIsReopenedBetweenTheTwoAttemptsForAStatusLineOnly)
+{
+    Unit unit("/dev/ttyS0");
+    unit.answer("Q1", {"NAK\r"});
+    connect("ZR900PL");
+    upschan.comid = 1;  // nothing there: reopening leaves no port
+    EXPECT_EQ(ups_q1(&record, 2), -1);
+    EXPECT_EQ(unit.count("Q1"), 2);
+    EXPECT_EQ(ups_getupsinfo(&record), -1);
+    EXPECT_EQ(unit.count("Q1"), 3);
+    EXPECT_EQ(upschan.comfd, -1);
+}
+
 // ---- measurements
 
 TEST_F(UpsStatus, MeasurementsAreStored)
@@ -343,6 +356,34 @@ TEST_F(UpsStatus, PassEndsAfterThreeFailuresOfTheMeasurements)
     EXPECT_EQ(unit.count("V"), 0);
 }
 
+TEST_F(UpsStatus, BatteryVoltageCountsAmongTheFailures)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr401(unit);
+    connect("ZR401");
+    unit.answer("(BvB8)", {"NAK\r"});
+    unit.answer("(Lf ?11)", {"NAK\r"});
+    EXPECT_EQ(ups_getupsstatus(&record), 0);
+    unit.answer("(SiCC)", {"NAK\r"});
+    EXPECT_EQ(ups_getupsstatus(&record), -1);
+}
+
+TEST_F(UpsStatus, RestartStateIsAskedLastAndCountsAmongTheFailures)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr900pl(unit);
+    unit.answer("CF", {cf_line({1, 15, 16, 20, 21, 32})});
+    unit.answer("Lf ?", {"NAK\r"});
+    unit.answer("Bl ?", {"NAK\r"});
+    unit.answer("V2", {"00000000\r"});
+    connect("ZR900PL");
+    EXPECT_EQ(ups_getupsstatus(&record), 0);
+    EXPECT_EQ(unit.commands(),
+              (std::vector<std::string>{"Q1", "CF", "Si ?", "Lf ?", "Bl ?", "V", "BRR", "V2"}));
+    unit.answer("V2", {"NAK\r"});
+    EXPECT_EQ(ups_getupsstatus(&record), -1);
+}
+
 TEST_F(UpsStatus, FailedProbeAndModelEndThePass)
 {
     Unit unit("/dev/ttyS0");
@@ -543,6 +584,42 @@ TEST_F(UpsStatus, LossOfASeriesZqUnitReloadsItsBatteryDate)
     ups_lostcomm(&record);
     EXPECT_EQ(ui().PreChangeBatt.year, 101);
     EXPECT_EQ(ui().PreChangeBatt.second, 6);
+}
+
+TEST_F(UpsStatus, LossWithoutADateInTheConfigurationLeavesNone)
+{
+    Unit unit("/dev/ttyS0");
+    write_config("\n[ UPS ]\n");
+    connect("ZQ300");
+    fill(ui());
+    ups_lostcomm(&record);
+    EXPECT_EQ(ui().PreChangeBatt.year, 0);
+    EXPECT_EQ(ui().PreChangeBatt.day, 0);
+}
+
+TEST_F(UpsStatus, SeriesOfALostUnitIsThatOfTheNameLastProbed)
+{
+    Unit unit("/dev/ttyS0");
+    write_config("\n[ UPS ]\n\n ChangeBattTime = 101,02,03,04,05,06\n");
+    connect("ZR900PL");
+    fill(ui());
+    ups_setmodel("ZQ300");
+    ups_lostcomm(&record);
+    EXPECT_EQ(ui().PreChangeBatt.year, 105);
+    connect("ZQ300");
+    ups_setmodel("ZR900PL");
+    ups_lostcomm(&record);
+    EXPECT_EQ(ui().PreChangeBatt.year, 101);
+}
+
+TEST_F(UpsStatus, NoUpsLeavesTheBatteryDateWhateverTheSeries)
+{
+    Unit unit("/dev/ttyS0");
+    write_config("\n[ UPS ]\n\n ChangeBattTime = 101,02,03,04,05,06\n");
+    connect("ZQ300");
+    fill(ui());
+    ups_comnone(&record);
+    EXPECT_EQ(ui().PreChangeBatt.year, 105);
 }
 
 TEST_F(UpsStatus, NoUpsClearsTheCodesToo)
