@@ -187,7 +187,7 @@ class ConfigModel : public ConfigStore
 TEST_F(ConfigModel, StoreAndModelAgreeOnEveryByteAndEveryAnswer)
 {
     testing::internal::CaptureStdout();  // complaints about lines that are too long
-    for (unsigned seed = 0; seed < 3000 && !HasFatalFailure(); ++seed)
+    for (unsigned seed = 0; seed < 1000 && !HasFatalFailure(); ++seed)
         sequence(seed);
     testing::internal::GetCapturedStdout();
 }
