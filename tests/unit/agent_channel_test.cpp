@@ -62,6 +62,9 @@ TEST_F(Channel, TheCommandIsNotedInTheDebugFile)
 {
     EXPECT_EQ(daemon_sendcmdtoups(&agent, UPSCMD_CANCELDOWN), 0);
     EXPECT_NE(debug_text().find("write actpipe, sendcmdtoups, 117440512."), std::string::npos);
+    reply(UPSCMD_STATUS | DONE);
+    EXPECT_EQ(daemon_sendcmdtoups(&agent, UPSCMD_STATUS), 0);
+    EXPECT_NE(debug_text().find("write actpipe, sendcmdtoups, -268435456."), std::string::npos);
 }
 
 TEST_F(Channel, AWaitedCommandSucceedsWithItsOwnAnswer)
@@ -237,6 +240,25 @@ TEST_F(Channel, AFullPipeIsWaitedForAndThenAFailure)
         ;
     EXPECT_EQ(daemon_sendcmdtoups(&agent, UPSCMD_SHUTDOWN), -1);
     EXPECT_TRUE(readable(agent.chna2u.actpipe[0], 0));
+}
+
+TEST_F(Channel, APipeThatGetsRoomInTimeTakesTheCommand)
+{
+    const int looks = clock_looks;
+    fcntl(agent.chna2u.actpipe[1], F_SETFL, O_NONBLOCK);
+    const BYTES filling(4096);
+    while (write(agent.chna2u.actpipe[1], filling.data(), filling.size()) > 0)
+        ;
+    std::jthread ups([&] {
+        BYTES lying(65536);
+        while (clock_looks < looks + 2)  // it waits
+            usleep(1000);
+        // In one read, which the command cannot come into.
+        EXPECT_GT(read(agent.chna2u.actpipe[0], lying.data(), lying.size()), 0);
+        if (readable(agent.chna2u.actpipe[0]))
+            reply(take_word() | DONE);
+    });
+    EXPECT_EQ(daemon_sendcmdtoups(&agent, UPSCMD_SHUTDOWN), 0);
 }
 
 // Runs `act` in a process of its own and returns how that ended.

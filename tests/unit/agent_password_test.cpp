@@ -172,6 +172,19 @@ TEST_F(Logins, WithoutAShadowEntryThePasswordFileCounts)
     EXPECT_EQ(answer_to(login("lost", "")), right_answer(4));
 }
 
+TEST_F(Logins, AShadowEntryCountsMoreThanThePasswordFile)
+{
+    add_account("both", 1311, hashed("former", "$1$"), false);
+    add_account("bare", 1312, "", false);
+    for (const char *name : {"both", "bare"})
+        std::ofstream("/etc/shadow", std::ios::app)
+            << name << ":" << hashed("right", "$6$") << ":19000::::::\n";
+    EXPECT_EQ(answer_to(login("both", "right")), right_answer(2));
+    EXPECT_EQ(answer_to(login("both", "former")), right_answer(4));
+    EXPECT_EQ(answer_to(login("bare", "right")), right_answer(2));
+    EXPECT_EQ(answer_to(login("bare", "")), right_answer(4));
+}
+
 TEST_F(Logins, AnEmptyPasswordOpensOnlyAnAccountThatHasNone)
 {
     add_account("open", 1401, "");
@@ -180,6 +193,8 @@ TEST_F(Logins, AnEmptyPasswordOpensOnlyAnAccountThatHasNone)
         EXPECT_EQ(answer_to(login(name, "")), right_answer(2)) << name;
         EXPECT_EQ(answer_to(login(name, "x")), right_answer(4)) << name;
     }
+    ASSERT_EQ(chown(CONFIG, 1401, 1), 0);
+    EXPECT_EQ(answer_to(login("open", "")), right_answer(1));
     EXPECT_EQ(crypt_calls, 0);
 }
 

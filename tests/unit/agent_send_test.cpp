@@ -60,6 +60,22 @@ class Sending : public AgentTest
         return peer;
     }
 
+    /// The same over TCP: the agent's end, the monitor's end.
+    std::pair<int, int> connect_by_tcp()
+    {
+        const int listener = keep(socket(AF_INET, SOCK_STREAM, 0));
+        sockaddr_in addr = ip_address(INADDR_LOOPBACK, 0);
+        socklen_t size = sizeof addr;
+        EXPECT_EQ(bind(listener, reinterpret_cast<const sockaddr *>(&addr), size), 0);
+        EXPECT_EQ(listen(listener, 1), 0);
+        EXPECT_EQ(getsockname(listener, reinterpret_cast<sockaddr *>(&addr), &size), 0);
+        const int theirs = keep(socket(AF_INET, SOCK_STREAM, 0));
+        EXPECT_EQ(connect(theirs, reinterpret_cast<const sockaddr *>(&addr), size), 0);
+        const int ours = keep(accept(listener, nullptr, nullptr));
+        clients_register(&agent.agnet, ours, addr);
+        return {ours, theirs};
+    }
+
     /// How many of these monitors have got exactly the packet.
     static std::vector<bool> got(const std::vector<int> &peers, const BYTES &bytes)
     {
@@ -182,6 +198,20 @@ TEST_F(Sending, AMonitorWhoseSocketIsFullMissesTheMessageAndTheOthersDoNot)
     const BYTES held = receive(full);
     EXPECT_EQ(std::count(held.begin(), held.end(), std::uint8_t{0}), static_cast<long>(held.size()));
     EXPECT_FALSE(client_haspending(agent.agnet.clilist->next));
+}
+
+TEST_F(Sending, AMonitorWithUrgentDataMissesTheMessage)
+{
+    const auto [ours, peer] = connect_by_tcp();
+    const BYTES bytes = packet(79, counting(30));
+    hold(bytes, nullptr);
+    EXPECT_EQ(net_broadcastmsg2monitor(&agent), 0);
+    EXPECT_EQ(receive(peer, bytes.size()), bytes);
+    ASSERT_EQ(send(peer, "!", 1, MSG_OOB), 1);
+    pollfd urgent{ours, POLLPRI, 0};
+    ASSERT_EQ(poll(&urgent, 1, PATIENCE), 1);
+    EXPECT_EQ(net_broadcastmsg2monitor(&agent), 0);
+    EXPECT_FALSE(readable(peer, 0));
 }
 
 TEST_F(Sending, AMonitorThatIsOwedBytesMissesTheMessage)

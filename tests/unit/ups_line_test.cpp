@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iterator>
 #include <sys/ioctl.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
@@ -20,11 +21,28 @@ static int flags_at_write = -1;
 static std::vector<int> queued;
 static int queue_questions = 0;
 
+// What it takes of one write, and the waits for a byte from it that end without one, byte by byte.
+static constexpr std::size_t ALL = SIZE_MAX;
+static std::size_t port_takes = ALL;
+static std::vector<int> silent_waits;
+
 extern "C" ssize_t write(int fd, const void *bytes, std::size_t size)
 {
-    if (fd == upschan.comfd)
-        flags_at_write = fcntl(fd, F_GETFL);
-    return syscall(SYS_write, fd, bytes, size);
+    if (fd != upschan.comfd)
+        return syscall(SYS_write, fd, bytes, size);
+    flags_at_write = fcntl(fd, F_GETFL);
+    return syscall(SYS_write, fd, bytes, std::min(size, port_takes));
+}
+
+extern "C" int select(int bound, fd_set *reading, fd_set *writing, fd_set *failed, timeval *limit)
+{
+    const int port = upschan.comfd;
+    if (!silent_waits.empty() && reading != nullptr && port >= 0 && FD_ISSET(port, reading)) {
+        if (silent_waits.front()-- > 0)
+            return 0;
+        silent_waits.erase(silent_waits.begin());
+    }
+    return static_cast<int>(syscall(SYS_select, bound, reading, writing, failed, limit));
 }
 
 extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
@@ -50,6 +68,8 @@ class UpsLine : public UpsTest
     {
         queued.clear();
         queue_questions = 0;
+        port_takes = ALL;
+        silent_waits.clear();
     }
 };
 
@@ -108,9 +128,8 @@ TEST_F(UpsLine, FailedStepNamesThePort)
     upschan.comtry = 2;
     testing::internal::CaptureStderr();
     EXPECT_EQ(ups_cominit(), -1);
-    const std::string said = testing::internal::GetCapturedStderr();
-    EXPECT_NE(said.find("/dev/ttyS2"), std::string::npos) << said;
-    EXPECT_NE(said.find("Bad file descriptor"), std::string::npos) << said;
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "ups_cominit: cannot get status of port /dev/ttyS2:: Bad file descriptor\n");
 }
 
 TEST_F(UpsLine, FileThatIsNoTerminalReportsItsSettings)
@@ -145,25 +164,64 @@ TEST_F(UpsLine, SearchPassesAPortThatIsNoTerminal)
     unlink("/dev/ttyS0");
 }
 
-TEST_F(UpsLine, PortThatCannotBeOpenedIsToldAndPassed)
+// What is there in place of the first port cannot be opened: a socket.
+class UpsLineNoPort : public UpsLine
 {
-    unlink("/.erra");
-    sockaddr_un name{};
-    name.sun_family = AF_UNIX;
-    std::strcpy(name.sun_path, "/dev/ttyS0");
-    const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    ASSERT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&name), sizeof name), 0);
+  protected:
+    UpsLineNoPort() : fd(socket(AF_UNIX, SOCK_STREAM, 0))
+    {
+        sockaddr_un name{};
+        name.sun_family = AF_UNIX;
+        std::strcpy(name.sun_path, "/dev/ttyS0");
+        EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&name), sizeof name), 0);
+        unlink("/.erra");
+    }
+    ~UpsLineNoPort() override
+    {
+        close(fd);
+        unlink("/dev/ttyS0");
+        unlink("/.erra");
+    }
+
+    // Once, and nothing else: four texts, each between two rules.
+    static void expect_told()
+    {
+        const std::string rule = "-------------------------------\n";
+        std::string expected;
+        for (const char *text : {"\n", "OPEN COM\n", "No such device or address", "\n"})
+            expected += rule + text + rule;
+        std::ifstream said("/.erra");
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(said), {}), expected);
+    }
+
+    int fd;
+};
+
+TEST_F(UpsLineNoPort, IsToldAndPassedByTheSearch)
+{
     Unit unit("/dev/ttyS1");
     script_zr900pl(unit);
     EXPECT_EQ(ups_comsearch(&record), 1);
-    std::ifstream said("/.erra");
-    const std::string text(std::istreambuf_iterator<char>(said), {});
-    const std::size_t notice = text.find("OPEN COM\n");
-    ASSERT_NE(notice, std::string::npos) << text;
-    EXPECT_NE(text.find("No such device or address", notice), std::string::npos) << text;
-    unlink("/dev/ttyS0");
-    unlink("/.erra");
-    close(fd);
+    expect_told();
+}
+
+TEST_F(UpsLineNoPort, IsToldWhenItIsTheFixedOne)
+{
+    Unit unit("/dev/ttyS1");
+    script_zr900pl(unit);
+    block.ups.up.workparam.ComSet = 1;
+    EXPECT_EQ(ups_comsearch(&record), -1);
+    EXPECT_EQ(upschan.comfd, -1);
+    EXPECT_TRUE(unit.commands().empty());
+    expect_told();
+}
+
+TEST_F(UpsLineNoPort, IsToldWhenItIsReopened)
+{
+    upschan.comid = 0;
+    EXPECT_EQ(ups_reopen(&record), -1);
+    EXPECT_EQ(upschan.comfd, -1);
+    expect_told();
 }
 
 TEST_F(UpsLine, PortWithoutDescriptorBelowTheLimitIsNotUsed)
@@ -230,6 +288,18 @@ TEST_F(UpsLine, FixedPortWhoseUnitDoesNotAnswerIsClosed)
     EXPECT_EQ(upschan.comid, -1);
     EXPECT_EQ(upschan.comfd, -1);
     EXPECT_EQ(unit.count("Q1"), 4);
+}
+
+TEST_F(UpsLine, FixedPortThatIsNoTerminalIsClosed)
+{
+    ASSERT_EQ(symlink("/dev/null", "/dev/ttyS0"), 0);
+    Unit unit("/dev/ttyS1");
+    script_zr900pl(unit);
+    block.ups.up.workparam.ComSet = 1;
+    EXPECT_EQ(ups_comsearch(&record), -1);
+    EXPECT_EQ(upschan.comfd, -1);
+    EXPECT_TRUE(unit.commands().empty());
+    unlink("/dev/ttyS0");
 }
 
 TEST_F(UpsLine, AutomaticSearchThatFindsNoneGivesThePreviousPort)
@@ -306,6 +376,22 @@ TEST_F(UpsLine, SilenceEndsAfterThreeWaits)
     block.ups.ui.CommStatus = COMM_LOST;
     const double lost = seconds_of([&] { EXPECT_EQ(ups_query(&record, "X\r", 4, reply), -1); });
     EXPECT_GE(lost, 2.95);
+}
+
+TEST_F(UpsLine, EachByteIsWaitedForThreeTimes)
+{
+    Unit unit("/dev/ttyS0");
+    connect("ZR900PL");
+    std::array<char, 64> buf{};
+    unit.send("abc\r");
+    await_input();
+    silent_waits = {2, 2, 2, 2};
+    EXPECT_EQ(ups_readdatafromups(&record, buf.data(), 40), 4);
+    EXPECT_STREQ(buf.data(), "abc\n");
+    unit.send("abc\r");
+    await_input();
+    silent_waits = {0, 3};
+    EXPECT_EQ(ups_readdatafromups(&record, buf.data(), 40), -1);
 }
 
 TEST_F(UpsLine, ReplyWithoutEndIsNoReply)
@@ -401,6 +487,17 @@ TEST_F(UpsLine, QueryWithoutPortIsNotSent)
     UPSREPLY reply{};
     EXPECT_EQ(ups_query(&record, "X\r", 4, reply), UPSREPLY_NOTSENT);
     EXPECT_EQ(ups_replytext(reply), "");
+}
+
+TEST_F(UpsLine, CommandThatIsTakenInPartIsNotSent)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr900pl(unit);
+    connect("ZR900PL");
+    port_takes = 2;
+    UPSREPLY reply{};
+    EXPECT_EQ(ups_query(&record, "Q1\r", Q1_MAX, reply), UPSREPLY_NOTSENT);
+    EXPECT_EQ(unit.count("Q1"), 0);
 }
 
 TEST_F(UpsLine, ACommandIsWrittenWithoutWaitingOnAPortThatWaitsOtherwise)

@@ -8,6 +8,8 @@
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
+#include <fstream>
+#include <iterator>
 #include <unistd.h>
 
 class UpsLoop : public UpsTest
@@ -20,6 +22,7 @@ class UpsLoopDeathTest : public UpsTest
 
 static constexpr std::uint32_t STATUS_NOW = 0xF0000000;
 static constexpr std::uint32_t BATTERY_DATE = 0x00050000;
+static constexpr std::uint32_t UNKNOWN = 0x12340000;
 
 static double seconds_of(const std::function<void()> &action)
 {
@@ -72,6 +75,51 @@ TEST_F(UpsLoop, PollsAboutOnceASecond)
     const int polls = unit.count("Q1");
     EXPECT_GE(polls, 1);
     EXPECT_LE(polls, 2);
+}
+
+// The clock as it stands some seconds after it was armed.
+static void let_clock_run(int seconds)
+{
+    itimerval now{};
+    now.it_value.tv_sec = upschan.ovalue.it_value.tv_sec - seconds;
+    ASSERT_EQ(setitimer(ITIMER_REAL, &now, nullptr), 0);
+}
+
+TEST_F(UpsLoop, CommandsDoNotHastenThePolls)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr900pl(unit);
+    ups_turn(&record);
+    let_clock_run(5);
+    unit.clear();
+    const double took = seconds_of([this] {
+        for (int i = 0; i < 10; ++i) {
+            send_word(UNKNOWN);
+            ups_turn(&record);
+        }
+    });
+    const int polls = unit.count("Q1");
+    EXPECT_GE(polls, 1);
+    EXPECT_LE(polls, 2 + static_cast<int>(took));
+}
+
+TEST_F(UpsLoop, FailedPassOfAUnitThatStillAnswersKeepsTheLine)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr900pl(unit);
+    ups_turn(&record);
+    for (const char *command : {"Lf ?", "Bl ?", "BRR"})
+        unit.answer(command, {"NAK\r"});
+    let_clock_run(5);
+    unit.clear();
+    send_word(UNKNOWN);
+    ups_turn(&record);
+    EXPECT_EQ(unit.count("BRR"), 1);
+    EXPECT_EQ(unit.count("Q1"), 2) << "the pass, and the look whether the unit is there";
+    EXPECT_EQ(ui().CommStatus, COMM_ESTABLISHED);
+    EXPECT_EQ(ui().ComId, 0);
+    EXPECT_EQ(model(), "ZR900PL");
+    EXPECT_EQ(ui().upsdata.BattCap, 98);
 }
 
 TEST_F(UpsLoop, TrickleOfNoiseKeepsNoQuestionWaiting)
@@ -235,6 +283,18 @@ TEST_F(UpsLoop, FirstPassIsRepeatedUntilOneSucceeds)
     EXPECT_EQ(ui().upsdata.BattCap, 98);
 }
 
+TEST_F(UpsLoop, UnitThatFallsSilentInItsFirstPassIsLost)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr900pl(unit);
+    unit.answer("Q1", {q1_line(), "NAK\r"});
+    ups_turn(&record);
+    EXPECT_EQ(unit.count("Si ?"), 1) << "the search found it";
+    EXPECT_EQ(ui().CommStatus, COMM_LOST);
+    EXPECT_EQ(ui().ComId, -1);
+    EXPECT_EQ(upschan.comfd, -1);
+}
+
 TEST_F(UpsLoop, FirstPassEndsWhenNoUpsIsConfigured)
 {
     Unit unit("/dev/ttyS0");
@@ -371,6 +431,20 @@ TEST_F(UpsLoop, CommandIsExecutedByTheTurnThatFindsIt)
     EXPECT_TRUE(reply_waiting());
 }
 
+TEST_F(UpsLoop, CommandsAreExecutedOneATurnInTheOrderTheyCame)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr900pl(unit);
+    ups_turn(&record);
+    send_word(UNKNOWN);
+    send_word(BATTERY_DATE);
+    ups_turn(&record);
+    EXPECT_EQ(read_reply(), UNKNOWN | 0xFFFF);
+    EXPECT_FALSE(reply_waiting());
+    ups_turn(&record);
+    EXPECT_EQ(read_reply(), BATTERY_DATE | 1);
+}
+
 TEST_F(UpsLoop, RepliesThatNobodyReadsDoNotHoldTheProcess)
 {
     Unit unit("/dev/ttyS0");
@@ -406,7 +480,10 @@ TEST_F(UpsLoopDeathTest, ReplyThatCannotBeWrittenEndsTheProcess)
     send_word(0x12340000);
     close(record.chna2u.paspipe[0]);
     record.chna2u.paspipe[0] = -1;
+    unlink("/.erra");
     EXPECT_EXIT(ups_procagentcmd(&record), testing::ExitedWithCode(EPIPE), "");
+    std::ifstream said("/.erra");
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(said), {}), "ups:write to paspipe error, exit\n");
 }
 
 TEST_F(UpsLoopDeathTest, ShortCommandIsAnsweredWithFailureAndEndsTheProcess)

@@ -59,6 +59,21 @@ TEST_F(UpsModel, UnknownSeriesIsAFailureWithoutSecondQuery)
     EXPECT_EQ(model(), "ZR900PL");
 }
 
+TEST_F(UpsModel, ForeignNameInBracketsIsAFailureWithoutTheOtherQuery)
+{
+    Unit unit("/dev/ttyS0");
+    script_zr900pl(unit);
+    unit.answer("(SiCC)", {"[AB6020 100V]\r"});
+    connect("ZR6020");
+    EXPECT_EQ(ups_getupsmodel(&record, 0), -1);
+    EXPECT_EQ(unit.count("Si ?"), 0);
+    EXPECT_EQ(model(), "ZR6020");
+    ups_setmodel("");
+    unit.answer("Si ?", {"NAK\r"});
+    EXPECT_EQ(ups_getupsmodel(&record, 0), -1);
+    EXPECT_EQ(model(), "");
+}
+
 TEST_F(UpsModel, TwoRefusalsAreAFailure)
 {
     Unit unit("/dev/ttyS0");
@@ -151,17 +166,20 @@ TEST_F(UpsModel, UnansweredProbeFallsBackToTheModel)
         unit.answer("CF", {"NAK\r"});
         connect(c.name);
         upschan.cf = {1, 1, 1, 1, 1, 1, 1};
-        upschan.cmd = {};
+        upschan.cmd = {.V = 0, .BTt = 0, .Six = 0, .Bv = 0, .Lfx = 0, .Blx = 0, .Sfn = 1};
         mask() = UPSBIT_CF | UPSBIT_ACFAIL;
         const int outcome = ups_getupsfunction(&record, 1);
         EXPECT_EQ(outcome > 0, c.outcome > 0) << c.name;
         EXPECT_EQ(outcome < 0, c.outcome < 0) << c.name;
         EXPECT_EQ(ui().ufStatus, c.functions) << c.name;
         EXPECT_EQ(mask(), UPSBIT_ACFAIL) << c.name;
-        EXPECT_EQ(upschan.cf.V + upschan.cf.Sfn + upschan.cf.Lfx, 0) << c.name;
-        EXPECT_EQ(upschan.cmd.V, c.cmd) << c.name;
-        EXPECT_EQ(upschan.cmd.Bv, c.cmd) << c.name;
-        EXPECT_EQ(upschan.cmd.Sfn, 0) << c.name;
+        EXPECT_EQ(upschan.cf.V + upschan.cf.BTt + upschan.cf.Six + upschan.cf.Bv, 0) << c.name;
+        EXPECT_EQ(upschan.cf.Lfx + upschan.cf.Blx + upschan.cf.Sfn, 0) << c.name;
+        for (const int flag : {upschan.cmd.V, upschan.cmd.BTt, upschan.cmd.Six, upschan.cmd.Bv,
+                               upschan.cmd.Lfx, upschan.cmd.Blx})
+            EXPECT_EQ(flag, c.cmd) << c.name;
+        // Without a rule for the model its flags stay what they were.
+        EXPECT_EQ(upschan.cmd.Sfn, 1 - c.cmd) << c.name;
         ups_closeport();
     }
 }

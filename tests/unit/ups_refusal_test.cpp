@@ -178,6 +178,34 @@ TEST_F(UpsRefusal, EachStepOfTheSetUpIsNamedWhenItFails)
               "ups_cominit: cannot set /dev/ttyS0 settings:: Input/output error\n");
 }
 
+TEST_F(UpsRefusal, APortThatCannotBeSetUpIsPassedOverByTheSearch)
+{
+    Unit first("/dev/ttyS0");
+    Unit second("/dev/ttyS1");
+    script_zr900pl(first);
+    script_zr900pl(second);
+    EXPECT_EQ(said_by([this] {
+                  const Refused refused("tcsetattr", EIO, 0, 1);
+                  EXPECT_EQ(ups_comsearch(&record), 1);
+              }),
+              "ups_cominit: cannot set /dev/ttyS0 settings:: Input/output error\n");
+    EXPECT_TRUE(first.commands().empty());
+}
+
+TEST_F(UpsRefusal, AFixedPortThatCannotBeSetUpIsClosed)
+{
+    Unit unit("/dev/ttyS1");
+    script_zr900pl(unit);
+    block.ups.up.workparam.ComSet = 2;
+    EXPECT_EQ(said_by([this] {
+                  const Refused refused("tcsetattr", EIO);
+                  EXPECT_EQ(ups_comsearch(&record), -1);
+              }),
+              "ups_cominit: cannot set /dev/ttyS1 settings:: Input/output error\n");
+    EXPECT_EQ(upschan.comfd, -1);
+    EXPECT_TRUE(unit.commands().empty());
+}
+
 TEST_F(UpsRefusal, APortThatIsNoTerminalAnyMoreIsNotReopened)
 {
     unlink("/dev/ttyS1");
