@@ -8,11 +8,11 @@
 #include "agent_daemon_clients.h"
 #include "agent_daemon_engine.h"
 #include "agent_daemon_logins.h"
-#include "agent_daemon_requests.h"
 #include "agent_main.h"
 #include "agent_net.h"
 #include "agent_net_announce.h"
 #include "agent_utils.h"
+#include "agent_utils_lock.h"
 #include "agent_utils_output.h"
 #include "e_a.h"
 #include "shared_word.h"
@@ -33,10 +33,8 @@ static bool tool_put_off = false;  // a tool's request was met when the file loc
 
 static constexpr int SELECT_BOUND = 32;       // first argument of select while there are few descriptors
 static constexpr int DOWN_ANNOUNCEMENTS = 3;  // monitors are told this often that the agent ends
-static constexpr std::int32_t AGENTEVENT_SETTINGS = 1;
-static constexpr std::int32_t AGENTEVENT_STOP = 4;
-static constexpr int KEEPALIVE_IDLE = 60;  // s without traffic before a monitor is asked for life
-static constexpr int KEEPALIVE_STEP = 10;  // s
+static constexpr int KEEPALIVE_IDLE = 60;     // s without traffic before a monitor is asked for life
+static constexpr int KEEPALIVE_STEP = 10;     // s
 static constexpr int KEEPALIVE_TRIES = 6;
 
 static int raise_agent_event(AGENT *ag, std::int32_t id)

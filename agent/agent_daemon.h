@@ -2,7 +2,6 @@
 #pragma once
 
 #include "agent.h"
-#include "engine_records.h"
 
 /// The whole life of the agent process after the fork. Never returns.
 [[noreturn]] void daemon_doagent(AGENT *ag);
@@ -17,10 +16,3 @@ int daemon_procnetmsg(AGENT *ag, int privileged, int fromtcp);
 
 /// Tells the engine that the agent stops. 0, or -1.
 int daemon_logagentstop(AGENT *ag);
-
-// The argument blocks of Event_Action, shared by all callers in the agent process: each call site fills the
-// members it needs and leaves the others as the previous call left them.
-extern int ein_cmd;
-extern UPS_EIN_DATA ein;
-extern int eout_cmd;
-extern UPS_EOUT_DATA eout;

@@ -28,7 +28,7 @@ inline constexpr std::size_t DAEMON_BUFFER_START = 32768;  // packet bytes befor
 
 extern std::uint8_t *Daemon_Buffer;     // the prefix, then the packet
 extern std::uint32_t Daemon_NetBufLen;  // room for packet bytes
-extern std::uint32_t Daemon_BufferLen;  // allocated: Daemon_NetBufLen + 28
+extern std::uint32_t Daemon_BufferLen;  // allocated: Daemon_NetBufLen + 28; kept, not read
 
 /// Makes room for a packet of `length` bytes; the buffer never shrinks and its contents are lost when it
 /// grows. 0, or -1 when there is no memory for a large packet (the old buffer stays). Failing to get memory

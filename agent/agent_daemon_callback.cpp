@@ -50,7 +50,7 @@ static int send_with_argument(std::uint32_t word, std::span<const std::uint8_t> 
     return daemon_sendcmdtoups(&agent, word);
 }
 
-static int order_upsdown(std::int32_t delay, std::int32_t last)
+static int send_upsdown(std::int32_t delay, std::int32_t last)
 {
     std::array<std::uint8_t, sizeof(UPSDOWNARG)> argument;
     wire_put32(argument, offsetof(UPSDOWNARG, downdelay), static_cast<std::uint32_t>(delay));
@@ -59,14 +59,14 @@ static int order_upsdown(std::int32_t delay, std::int32_t last)
 }
 
 // The oldest models run their plain self-test for either word and want its length.
-static int order_selftest(std::uint32_t word, std::int32_t length)
+static int send_selftest(std::uint32_t word, std::int32_t length)
 {
     std::array<std::uint8_t, sizeof length> argument;
     wire_put32(argument, 0, static_cast<std::uint32_t>(length == 0 ? SELFTEST_SECONDS : length));
     return send_with_argument(word, argument);
 }
 
-static int order_setbattime(const void *date)
+static int send_setbattime(const void *date)
 {
     if (date == nullptr)
         return -1;
@@ -86,7 +86,7 @@ static int read_battime(BATTCHGTIME *date)
     return 0;
 }
 
-static int order_level(std::int32_t level)
+static int send_level(std::int32_t level)
 {
     if (level == 0)
         return 0;
@@ -131,13 +131,13 @@ int Event_CallBack(int code, void *data, int arg, int value)
     case E_CB_MESSAGE:
         return send_message(static_cast<const char *>(data), arg);
     case E_CB_UPSDOWN:
-        return order_upsdown(arg, value);
+        return send_upsdown(arg, value);
     case E_CB_SELFTEST:
-        return order_selftest(UPSCMD_SELFTEST, value);
+        return send_selftest(UPSCMD_SELFTEST, value);
     case E_CB_SELFTEST_LONG:
-        return order_selftest(UPSCMD_SELFTEST_LONG, 0);
+        return send_selftest(UPSCMD_SELFTEST_LONG, 0);
     case E_CB_SETBATTIME:
-        return order_setbattime(data);
+        return send_setbattime(data);
     case E_CB_GETBATTIME:
         return read_battime(static_cast<BATTCHGTIME *>(data));
     case E_CB_TIMEISUP:
@@ -148,7 +148,7 @@ int Event_CallBack(int code, void *data, int arg, int value)
     case E_CB_GROUPCHANGED:
         return net_broadcastdown2monitor(&agent);
     case E_CB_DETECTIONLVL:
-        return order_level(value);
+        return send_level(value);
     default:
         return -1;
     }

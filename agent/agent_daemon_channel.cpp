@@ -1,6 +1,6 @@
-// Commands to the UPS process and their answers. Only two commands are answered to somebody; the answer
-// words of the others lie in the pipe until the next waited command takes the last of them for its own and
-// fails. That is how the channel has always behaved, and callers go on as with any failure.
+// Commands to the UPS process and their answers. Only two commands are answered to somebody; of the answer
+// words of the others the last is kept, and the next waited command takes it for its own and fails. Callers
+// go on as with any failure.
 #include "agent_daemon_channel.h"
 
 #include "agent_daemon.h"
@@ -17,12 +17,10 @@
 #include <sys/select.h>
 #include <unistd.h>
 
-static constexpr int WRITABLE_WAIT = 3000;      // ms
-static constexpr int REPLY_STEP = 50;           // ms between looks at the link while a reply is awaited
-static constexpr int REPLY_DEAD_LIMIT = 60000;  // ms without a reply and without any sign of life
-static constexpr int WORDS_LIMIT = 16;          // unexecuted words beyond which more are refused
-static constexpr std::uint32_t WORD_HIGH = 0xFFFF0000;
-static constexpr std::uint32_t REPLY_SUCCESS = 1;
+static constexpr int WRITABLE_WAIT = 3000;         // ms
+static constexpr int REPLY_STEP = 50;              // ms between looks at the link while a reply is awaited
+static constexpr int REPLY_DEAD_LIMIT = 60000;     // ms without a reply and without any sign of life
+static constexpr int WORDS_LIMIT = 16;             // unexecuted words beyond which more are refused
 static constexpr std::uint32_t UPS_MESSAGE = 128;  // low half of a message that the UPS process starts
 static constexpr std::int32_t UPS_MESSAGE_BYTES = 12;
 
@@ -129,20 +127,21 @@ static int waited_result(AGENT *ag, std::uint32_t word)
     unread_reply.reset();
     if (!reply)
         reply = await_reply(ag);
-    return reply && (*reply & WORD_HIGH) == (word & WORD_HIGH) && (*reply & ~WORD_HIGH) == REPLY_SUCCESS ? 0
-                                                                                                         : -1;
+    return reply && (*reply & UPSCMD_MASK) == (word & UPSCMD_MASK) && (*reply & ~UPSCMD_MASK) == UPSCMD_DONE
+               ? 0
+               : -1;
 }
 
 static bool is_waited_for(std::uint32_t word)
 {
-    return (word & WORD_HIGH) == UPSCMD_STATUS || (word & WORD_HIGH) == UPSCMD_SHUTDOWN;
+    return (word & UPSCMD_MASK) == UPSCMD_STATUS || (word & UPSCMD_MASK) == UPSCMD_SHUTDOWN;
 }
 
 int daemon_sendcmdtoups(AGENT *ag, std::uint32_t word)
 {
     if (shared_load(ag->aip->ups.ui.ComId) < 0)
         return 0;
-    if ((word & WORD_HIGH) != UPSCMD_SHUTDOWN && unexecuted_words(ag) > WORDS_LIMIT)
+    if ((word & UPSCMD_MASK) != UPSCMD_SHUTDOWN && unexecuted_words(ag) > WORDS_LIMIT)
         return -1;
     if (!wait_for(ag->chna2u.actpipe[1], POLLOUT, WRITABLE_WAIT))
         return -1;
@@ -158,7 +157,7 @@ int daemon_sendcmdtoups(AGENT *ag, std::uint32_t word)
 static bool valid_message(const AGENT *ag, std::uint32_t expected, std::uint32_t received)
 {
     const AUMSG &message = ag->aip->bu2a;
-    return (received & WORD_HIGH) == (expected & WORD_HIGH) && (received & ~WORD_HIGH) == UPS_MESSAGE &&
+    return (received & UPSCMD_MASK) == (expected & UPSCMD_MASK) && (received & ~UPSCMD_MASK) == UPS_MESSAGE &&
            message.msglen == UPS_MESSAGE_BYTES && message.msgremained == 0 && message.msgseqno == 1;
 }
 

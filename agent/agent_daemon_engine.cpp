@@ -9,7 +9,7 @@ UPS_EOUT_DATA eout{};
 
 static UPS_USERSINFO loop_users{};  // {0, agent.us}: the users as the engine is handed them
 
-void engine_sharedstatus(const AGENT *ag)
+static void engine_sharedstatus(const AGENT *ag)
 {
     ein.DATA.upsinfop = eout.DATA.upsinfop = &ag->aip->ups.ui;
     ein.DATA.upsconfigp = eout.DATA.upsconfigp = &ag->aip->ups.up;

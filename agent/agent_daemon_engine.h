@@ -1,11 +1,16 @@
 // Filling the engine's argument blocks and calling it: what the loop and the request handlers share.
 #pragma once
 
-#include "agent_daemon.h"
+#include "agent.h"
 #include "e_a.h"
+#include "engine_records.h"
 
-/// Makes both blocks point at the status and the configuration in the shared block.
-void engine_sharedstatus(const AGENT *ag);
+// The argument blocks of Event_Action, shared by all callers in the agent process: each call site fills the
+// members it needs and leaves the others as the previous call left them.
+extern int ein_cmd;
+extern UPS_EIN_DATA ein;
+extern int eout_cmd;
+extern UPS_EOUT_DATA eout;
 
 /// Makes both blocks point at the agent's event settings and at its users, none of them counted.
 void engine_tables(AGENT *ag);

@@ -22,7 +22,6 @@ static constexpr std::uint32_t NUMBER_LENGTH = PACKET_HEAD_SIZE + sizeof(std::ui
 static constexpr std::uint32_t BATTIME_LENGTH = PACKET_HEAD_SIZE + sizeof(BATTCHGTIME);
 
 static constexpr int TEXTMODE_ORDER = 0;  // names in a shutdown order, unless they are in another language
-static constexpr std::int32_t AGENTEVENT_ORDERSDOWN = 2;  // another agent's order
 
 // The wire's 16-character names.
 typedef std::array<char, 16> NAME16;

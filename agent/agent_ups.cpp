@@ -19,8 +19,6 @@
 
 static constexpr long SECOND = 1000000;              // us
 static constexpr std::time_t CLOCK_SPAN = 10000000;  // s that the polling clock is armed with
-static constexpr std::uint32_t REPLY_DONE = 1;
-static constexpr std::uint32_t REPLY_FAILED = 0xFFFF;
 
 UPSCHAN upschan{};
 
@@ -188,7 +186,7 @@ static int read_command(AGENT *record, std::uint32_t &word)
     std::array<char, 64> line{};
     std::snprintf(line.data(), line.size(), "%d. read actpipe error, exit\n", count);
     printf0(line.data());
-    if (write_reply(record, REPLY_FAILED) < 0) {
+    if (write_reply(record, UPSCMD_FAILED) < 0) {
         reason = errno;
         printf0("ups:write to paspipe error, --no exit\n");
     }
@@ -215,7 +213,7 @@ void ups_procagentcmd(AGENT *record)
         return;
     const int outcome = ups_control(record, word);
     if (upschan.u_wait == 1)
-        answer(record, (word & 0xFFFF0000U) | (outcome >= 0 ? REPLY_DONE : REPLY_FAILED));
+        answer(record, (word & UPSCMD_MASK) | (outcome >= 0 ? UPSCMD_DONE : UPSCMD_FAILED));
     upschan.u_wait = 0;
 }
 

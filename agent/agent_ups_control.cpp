@@ -1,7 +1,6 @@
 // What the agent process asks of the UPS process: one command word, one row of a table. Called by the command
 // channel in agent_ups, between two status passes, and once a turn by the loop while a buzzer test is under
 // way. Each order has left the port before anything flushes it again; none is repeated.
-#include "agent_daemon_channel.h"
 #include "agent_main_message.h"
 #include "agent_ups_internal.h"
 #include "agent_wire.h"
@@ -16,7 +15,6 @@
 
 static constexpr int ORDER_MAX = 4;     // largest reply to an order, bytes
 static constexpr int SHORT_DELAY = 60;  // s; below it the unit is told tenths of a minute
-static constexpr std::uint32_t CODE_BITS = 0xFFFF0000U;
 
 // ---- orders and their replies
 
@@ -68,7 +66,7 @@ static constexpr std::array<SIMPLEORDER, 14> simple_orders{{
 template <typename ROWS> static auto find_code(const ROWS &rows, std::uint32_t word)
 {
     return std::find_if(rows.begin(), rows.end(),
-                        [word](const auto &row) { return row.code == (word & CODE_BITS); });
+                        [word](const auto &row) { return row.code == (word & UPSCMD_MASK); });
 }
 
 int ups_docommand(AGENT *record, std::uint32_t word)
@@ -134,7 +132,7 @@ int ups_selftest1(AGENT *record, std::uint32_t word)
     if (ups_isoldmodel())
         return ups_selftest(record);
     ups_docommand(record, UPSCMD_AR);
-    if ((word & CODE_BITS) == UPSCMD_SELFTEST_LONG)
+    if ((word & UPSCMD_MASK) == UPSCMD_SELFTEST_LONG)
         ups_docommand(record, UPSCMD_SELFTEST_LONG);
     else
         ups_selftest(record);

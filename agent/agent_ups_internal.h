@@ -33,7 +33,7 @@ typedef struct _UPSCHAN {
     int comtry;      // index of the port being opened, for messages
     int portdead;    // a read of comfd reported its end: no wait on it until the next status pass
     int old_comset;  // ComSet for which the port was last searched
-    int estab;       // successful queries of this turn of the loop
+    int estab;       // successful queries of this turn of the loop; kept, not read
 
     // The command channel.
     int u_wait;       // the command in hand still owes a reply word
@@ -73,7 +73,7 @@ typedef struct _UPSCHAN {
     // Fault characters as they were last seen.
     int gb_Battest_HWFail;
     int gb_Battest_Weak;
-    int gb_CommandV_BattDisconect;
+    int gb_CommandV_BattDisconect;  // kept, not read
     int gb_Funtest_HWFail;
 } UPSCHAN;
 

@@ -92,18 +92,6 @@ void ups_savetestrslt(SELFTESTRESULT *slot, std::uint32_t result)
 
 // ---- loss
 
-static void clear_measurements()
-{
-    UPSDATA &d = upschan.aip->ups.ui.upsdata;
-    shared_store(d.InPutINT, 0);
-    shared_store(d.OutPutINT, 0);
-    for (std::int8_t *field :
-         {&d.InPutREM, &d.OutPutREM, &d.FreqInputINT, &d.FreqInputREM, &d.FreqOutputINT, &d.FreqOutputREM,
-          &d.TempINT, &d.TempREM, &d.BattVolINT, &d.BattVolREM, &d.BattCap})
-        shared_store(*field, 0);
-    shared_store(d.Load, 0);
-}
-
 // What both ends of a line have in common, in this process and in the record. What is not named here keeps
 // its value: the last fault characters, `lasttest` and `cmd_BvB8` outlive the line.
 static void forget_unit()
@@ -128,7 +116,7 @@ static void forget_unit()
     shared_store(ui.BattStatus, BATT_UNKNOWN);
     shared_store(ui.BuzzerCan, 0);
     shared_store(ui.AutoTestCan, 0);
-    clear_measurements();
+    shared_assign(ui.upsdata, {});
     ups_setmodel("");
 }
 

@@ -207,7 +207,7 @@ static bool read_times(const char *text, TIMESETS &times)
         const std::string_view found = take_field(&text, field.min, field.max, last);
         if (found.empty())
             return false;
-        times.*field.set = field_set(found, field.min, field.max);
+        times.*field.set = field_numbers(found, field.min, field.max);
     }
     return true;
 }

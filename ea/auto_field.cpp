@@ -90,7 +90,7 @@ static bool contains(const ITEM &item, int value)
     return item.wraps ? value >= item.first || value <= item.last : value >= item.first && value <= item.last;
 }
 
-FIELDSET field_set(std::string_view field, int min, int max)
+FIELDSET field_numbers(std::string_view field, int min, int max)
 {
     if (field == "*")
         return EVERY;

@@ -21,7 +21,7 @@ inline constexpr FIELDSET EVERY = ~FIELDSET{0};
 [[nodiscard]] int num(const char **text, int min, int max);
 
 /// What `field`, which take_field returned for the same bounds, lists.
-[[nodiscard]] FIELDSET field_set(std::string_view field, int min, int max);
+[[nodiscard]] FIELDSET field_numbers(std::string_view field, int min, int max);
 
 /// `value` if the field lists it, else the smallest listed number above it, else the smallest of all.
 [[nodiscard]] int next_ge(int value, FIELDSET field);

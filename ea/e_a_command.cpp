@@ -11,7 +11,6 @@
 #include "wp_field.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <string_view>
 #include <unistd.h>
@@ -212,10 +211,7 @@ int getbattime(UPS_TIMEINFO *timeinfo)
 int setbattime(UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout)
 {
     const UPS_TIMEINFO &date = ein->DATA.acp->arg.bctp->BattTime;
-    std::array<char, 40> text;
-    std::snprintf(text.data(), text.size(), "%03d,%02d,%02d,%02d,%02d,%02d", date.year, date.month, date.day,
-                  date.hour, date.minute, date.second);
-    const int failures = writeparam("UPS", "ChangeBattTime", text.data()) != 0;
+    const int failures = battdate_write(date) != 0;
     shared_assign(eout->DATA.upsinfop->PreChangeBatt, date);
     return failures;
 }

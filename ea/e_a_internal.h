@@ -192,7 +192,7 @@ typedef struct _ENGINE {
 
     // What the status monitor saw on the previous call.
     std::int8_t LASTUPSSTAT = 0;
-    std::int8_t LASTBATTSTATUS = 1;
+    std::int8_t LASTBATTSTATUS = 1;  // kept, not read
     std::int8_t LASTCOMMSTATUS = 0;
     std::uint32_t last_u_status = 0;
     std::array<char, 255> model_lasttime{};
@@ -203,8 +203,8 @@ typedef struct _ENGINE {
     std::int32_t com_estab_once = 0;   // communication has been established at least once
     std::int32_t just_fail = 0;        // the stopwatch is running
     std::int32_t iFirstgetHWfail = 0;  // "UPS abnormal" has been raised for the present fault
-    std::int32_t ISTESTTING = 0;       // a self-test is under way
-    std::time_t LASTCOMESTTIME = 0;    // communication was last established
+    std::int32_t ISTESTTING = 0;       // a self-test is under way; kept, not read
+    std::time_t LASTCOMESTTIME = 0;    // communication was last established; kept, not read
     std::time_t lostat = 0;            // communication was last lost
     std::int32_t dispgrace = 0;        // grace added to displayed shutdown times; s
 
@@ -267,6 +267,9 @@ int eventaction(int id, UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout);
 /// Broadcasts `text` with the broadcast settings of event `id`. Returns -1 when `id` is not in `ein`'s table.
 int wallornot(int id, const std::string &text, UPS_EIN_DATA *ein);
 
+/// Makes event `id` the newer of the last two, with the time now. Returns -1 when now has no date.
+int updatelastevent(int id, int cause, const char *name);
+
 // e_a_down.cpp
 
 /// One step of the final shutdown, on every pass once ISSHUTTINGDOWN is set: waits out the grace, then tells
@@ -319,9 +322,17 @@ int notice_send(int code, const std::string &text, int lang);
 /// One pass of the status monitor. Returns 0 or -1.
 int checkupsstatus(UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout);
 
+// e_a_status_start.cpp
+
 /// Fills the status record at start-up from the configuration and the log. Returns -1 when a time could
 /// not be converted.
 int getupsstatus(UPS_UPSINFO *upsinfo);
+
+/// The stored role of the agent, the high one where there is none or an unknown one; it becomes the engine's.
+std::uint32_t read_agenttype();
+
+/// The stored group into the record; "Group A", which is stored too, where there is none.
+void fill_group(UPS_UPSINFO *upsinfo);
 
 // e_a_stopwatch.cpp: the real-time interval timer as a stopwatch that does not jump with the wall clock.
 
@@ -342,9 +353,6 @@ std::time_t acfail_elapsed();
 /// Carries out one request of a monitor. Returns 0 or -1.
 int docommand(AGENTCMD *acp, UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout);
 
-/// Carries out one agent event. Returns 0 or -1.
-int checkagent(AGENTEVENT *agentevent, UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout);
-
 /// The stored battery-change date; all zero and -1 when there is none.
 int getbattime(UPS_TIMEINFO *timeinfo);
 
@@ -352,7 +360,12 @@ int getbattime(UPS_TIMEINFO *timeinfo);
 /// number of failed writes.
 int setbattime(UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout);
 
-// e_a_schedule*.cpp
+// e_a_agentevent.cpp
+
+/// Carries out one agent event. Returns 0 or -1.
+int checkagent(AGENTEVENT *agentevent, UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout);
+
+// e_a_schedule.cpp
 
 /// Reads the schedules and derives SCH_off, SCH_boot, next_test and what belongs to them. The list is the
 /// engine's own, null when there are none, and is good until the next call.
@@ -387,9 +400,6 @@ int datalog(const UPSDATA &upsdata, int linelimit);
 
 /// Cuts `file` to its last `line` lines, counting lines as file size over `width`. Returns 0 or -1.
 int lengthcheck(const char *file, int line, int width);
-
-/// Makes event `id` the newer of the last two, with the time now. Returns -1 when now has no date.
-int updatelastevent(int id, int cause, const char *name);
 
 // e_a_log_page.cpp
 

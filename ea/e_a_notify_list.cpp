@@ -16,7 +16,7 @@
 
 std::array<std::array<char, TERMINAL_SIZE>, TERMINAL_COUNT> gszUserList{};
 
-// No program name was ever filled in; tools that look for the file know it like this.
+// No program name is filled in; tools that look for the file know it like this.
 static constexpr char LIST_FILE[] = "/tmp/PROG_NAME.list";
 static constexpr std::size_t LINE_LIMIT = 512;
 static constexpr int PIPE_ROOM = 1 << 20;  // bytes; nobody reads before who has ended

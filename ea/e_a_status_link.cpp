@@ -112,17 +112,6 @@ static void call_off_before_the_event(const STATUSPASS &pass)
     call_off(pass);
 }
 
-static void clear_measurements(UPSDATA &data)
-{
-    shared_store(data.InPutINT, 0);
-    shared_store(data.OutPutINT, 0);
-    for (std::int8_t *field : {&data.InPutREM, &data.OutPutREM, &data.FreqInputINT, &data.FreqInputREM,
-                               &data.FreqOutputINT, &data.FreqOutputREM, &data.TempINT, &data.TempREM,
-                               &data.BattVolINT, &data.BattVolREM, &data.BattCap})
-        shared_store(*field, 0);
-    shared_store(data.Load, 0);
-}
-
 // A link that has come back while the loss was being told has brought a code of its own. Overwritten with
 // "normal" a mains failure would be taken for ended.
 static void forget_code(STATUSPASS &pass)
@@ -160,7 +149,7 @@ static void link_lost(STATUSPASS &pass)
     print_loss(pass);
     call_off_before_the_event(pass);
     shared_store(record.ShutdownS, 0);
-    clear_measurements(record.upsdata);
+    shared_assign(record.upsdata, {});
     if (lost && engine.com_estab_once != 0)
         status_raise(pass, EVENT_COMMLOST);
     engine.ISCOMLST = 1;

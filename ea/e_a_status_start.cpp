@@ -1,5 +1,5 @@
 // The status record's fill at start-up: what the unit itself does not know, from the settings file and the
-// log. Called once, by the engine's start.
+// log. Called once, by the engine's start; role and group are read anew when a tool has changed the settings.
 #include "e_a_internal.h"
 
 #include "e_a_error.h"
@@ -12,17 +12,17 @@
 #include <string_view>
 
 // The status fill knows no low-priority default: what getconfig takes for 4 is shown as 6 here.
-static void fill_agenttype(UPS_UPSINFO *upsinfo)
+std::uint32_t read_agenttype()
 {
     const char *text = readparam("UPS", "AgentType");
     if (text == nullptr)
         ea_error("Cannot read AgentType from config file");
-    std::uint32_t agenttype = text != nullptr ? static_cast<std::uint32_t>(std::atoi(text)) : AGENTTYPE_HIGH;
-    if (!setrole(agenttype)) {
-        agenttype = AGENTTYPE_HIGH;
-        setrole(agenttype);
-    }
-    shared_store(upsinfo->AgentType, agenttype);
+    const std::uint32_t stored =
+        text != nullptr ? static_cast<std::uint32_t>(std::atoi(text)) : AGENTTYPE_HIGH;
+    if (setrole(stored))
+        return stored;
+    setrole(AGENTTYPE_HIGH);
+    return AGENTTYPE_HIGH;
 }
 
 static void fill_buzzer(UPS_UPSINFO *upsinfo)
@@ -76,7 +76,7 @@ static void fill_battime(UPS_UPSINFO *upsinfo)
         getbattime(&upsinfo->PreChangeBatt);
 }
 
-static void fill_group(UPS_UPSINFO *upsinfo)
+void fill_group(UPS_UPSINFO *upsinfo)
 {
     const char *text = readparam("UPS", "Group");
     if (text != nullptr) {
@@ -91,7 +91,7 @@ static void fill_group(UPS_UPSINFO *upsinfo)
 
 int getupsstatus(UPS_UPSINFO *upsinfo)
 {
-    fill_agenttype(upsinfo);
+    shared_store(upsinfo->AgentType, read_agenttype());
     fill_buzzer(upsinfo);
     fill_autotest(upsinfo);
     fill_battime(upsinfo);

@@ -201,7 +201,7 @@ static int begin_shutdown(const PASS &pass)
     return failures;
 }
 
-static int go_down(const PASS &pass)
+static int advance_shutdown(const PASS &pass)
 {
     engine.downpoint = engine.next_off + engine.GRACE_PERIOD;
     return shutdown_system(pass.ein, pass.eout) != 0;
@@ -218,7 +218,7 @@ static int continue_shutdown(const PASS &pass)
         engine.ISSHUTTINGDOWN = 0;
         return 0;
     }
-    return engine.next_off != 0 ? go_down(pass) : 0;
+    return engine.next_off != 0 ? advance_shutdown(pass) : 0;
 }
 
 // No shutdown is under way: settle what is in force, warn, start what is due.
@@ -239,7 +239,7 @@ static int watch_deadlines(const PASS &pass)
     if (!reached)
         return failures;
     failures += begin_shutdown(pass);
-    return failures + go_down(pass);
+    return failures + advance_shutdown(pass);
 }
 
 int schedule(UPS_EIN_DATA *ein, UPS_EOUT_DATA *eout)

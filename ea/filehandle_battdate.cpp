@@ -4,6 +4,7 @@
 
 #include "filehandle.h"
 
+#include <array>
 #include <cstdio>
 
 int battdate_read(UPS_TIMEINFO &date)
@@ -25,4 +26,12 @@ int battdate_read(UPS_TIMEINFO &date)
     date.minute = static_cast<std::int8_t>(minute);
     date.second = static_cast<std::int8_t>(second);
     return 0;
+}
+
+int battdate_write(const UPS_TIMEINFO &date)
+{
+    std::array<char, 40> text;
+    std::snprintf(text.data(), text.size(), "%03d,%02d,%02d,%02d,%02d,%02d", date.year, date.month, date.day,
+                  date.hour, date.minute, date.second);
+    return writeparam("UPS", "ChangeBattTime", text.data());
 }

@@ -23,6 +23,31 @@ typedef struct _AUMSG {
 static_assert(sizeof(AUMSG) == 268);
 static_assert(offsetof(AUMSG, buf) == 12);
 
+// Command words of the agent channel: the command in the upper half; the lower is 0 in a request and the
+// outcome in a reply.
+inline constexpr std::uint32_t UPSCMD_MASK = 0xFFFF0000;
+inline constexpr std::uint32_t UPSCMD_GETBATTIME = 0x00050000;
+inline constexpr std::uint32_t UPSCMD_SELFTEST_LONG = 0x02000000;
+inline constexpr std::uint32_t UPSCMD_SELFTEST = 0x03000000;
+inline constexpr std::uint32_t UPSCMD_SELFTEST_CANCEL = 0x04000000;
+inline constexpr std::uint32_t UPSCMD_SHUTDOWN = 0x06000000;
+inline constexpr std::uint32_t UPSCMD_CANCELDOWN = 0x07000000;
+inline constexpr std::uint32_t UPSCMD_AC = 0x08000000;
+inline constexpr std::uint32_t UPSCMD_AR = 0x09000000;
+inline constexpr std::uint32_t UPSCMD_BUZZER_ON = 0x0A000000;
+inline constexpr std::uint32_t UPSCMD_BUZZER_OFF = 0x0B000000;
+inline constexpr std::uint32_t UPSCMD_SETBATTIME = 0x0C000000;
+inline constexpr std::uint32_t UPSCMD_BUZZER_TEST = 0x0D000000;
+inline constexpr std::uint32_t UPSCMD_AUTORESTART_OFF = 0x0E000000;
+inline constexpr std::uint32_t UPSCMD_AUTORESTART_ON = 0x0F000000;
+inline constexpr std::uint32_t UPSCMD_LEVEL_A = 0x30000000;
+inline constexpr std::uint32_t UPSCMD_LEVEL_B = 0x40000000;
+inline constexpr std::uint32_t UPSCMD_LEVEL_H = 0x50000000;
+inline constexpr std::uint32_t UPSCMD_LEVEL_L = 0x60000000;
+inline constexpr std::uint32_t UPSCMD_STATUS = 0xF0000000;
+inline constexpr std::uint32_t UPSCMD_DONE = 1;         // outcome
+inline constexpr std::uint32_t UPSCMD_FAILED = 0xFFFF;  // outcome
+
 // Argument of the "turn the UPS off" command; seconds.
 typedef struct _UPSDOWNARG {
     std::int32_t downdelay;

@@ -84,8 +84,12 @@ typedef struct _EVENTLOGARRAY {
     UPS_EVENTLOGINFO *eventlogarray;
 } EVENTLOGARRAY;
 
+inline constexpr std::int32_t AGENTEVENT_SETTINGS = 1;    // a tool changed this agent's settings
+inline constexpr std::int32_t AGENTEVENT_ORDERSDOWN = 2;  // another agent's order
+inline constexpr std::int32_t AGENTEVENT_STOP = 4;        // this agent stops
+
 typedef struct _AGENTEVENT {
-    std::int32_t id;          // 1 settings changed, 2 another agent's order, 4 this agent stops
+    std::int32_t id;          // AGENTEVENT_ value
     UPS_AGENTDOWNINFO *adip;  // may be null
 } AGENTEVENT;
 

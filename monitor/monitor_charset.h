@@ -1,3 +1,4 @@
+// clang-format off
 // Between UTF-8, which this program keeps and prints, and the encodings of the protocol.
 //
 // This program speaks as a Japanese client of version 0x0110: what the agent converts for the network arrives
@@ -10,12 +11,13 @@
 //   UPS_AGENTDOWNINFO Agent, Group (18)            -                Shift_JIS
 //   agent name of a cancellation (19)              -                EUC
 //   UPS_EVENTLOGINFO AgentName; announcements      EUC              -
-//   USERSDATA UserName, Address, Email             Shift_JIS        charset_put_user (below)
-//   UPS_EVENTINFO Command                          bytes            bytes: UTF-8, as the agent's shell runs
-//   it login name and password (23)                   -                bytes: UTF-8
+//   USERSDATA UserName, Address, Email             Shift_JIS        charset_keep_user (below)
+//   UPS_EVENTINFO Command                          bytes            bytes: UTF-8, as the agent's shell runs it
+//   login name and password (23)                   -                bytes: UTF-8
 //
 // Reading is text_safe's (monitor_text.h): it never fails, shows what cannot be converted as "\xNN" and makes
 // control characters harmless. Writing is exact or refused; nothing is cut or replaced.
+// clang-format on
 #pragma once
 
 #include "monitor_text.h"
@@ -34,9 +36,10 @@
 /// agent cannot store"). Success returns "".
 [[nodiscard]] std::string charset_put(std::string_view utf8, TEXT_CODE code, std::span<char> field);
 
-/// The same for a field of USERSDATA. The agent runs its outgoing conversion over these both when they arrive
-/// and when they are told again, so what is sent is the shortest run of bytes that those two make into the
-/// text. For some rare characters there is none; then the returned text says so.
+/// The same for a field of USERSDATA. The settings use charset_put for a new text and then charset_keep_user
+/// for all users; this is both in one. The agent runs its outgoing conversion over these both when they
+/// arrive and when they are told again, so what is sent is the shortest run of bytes that those two make into
+/// the text. For some rare characters there is none; then the returned text says so.
 [[nodiscard]] std::string charset_put_user(std::string_view utf8, std::span<char> field);
 
 /// What a USERSDATA field that was read (Shift_JIS) must be sent as to read the same again: for users that

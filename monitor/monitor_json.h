@@ -1,3 +1,4 @@
+// clang-format off
 // What there is to know as JSON documents for programs. The key names are a promise; new ones may be added.
 //
 // The status:
@@ -23,8 +24,7 @@
 //   settings.buzzer, .periodic_self_test, .auto_restart, .ignore_other_agents   1 on, 0 off
 //   settings.detection_level     number
 //   self_tests.battery, .ups     code object, and `time`
-//   events                       the last two, oldest first, only those that exist: id, text, cause (number
-//   of the
+//   events                       the last two, oldest first, only those that exist: id, text, cause (number of the
 //                                event that led to a shutdown, or null), time, agent
 //   capabilities.mask            number
 //   capabilities.names           texts; bits without a fixed meaning as "0x0800"
@@ -49,6 +49,7 @@
 //   model                  text, or null when not known
 //   ups, battery, link     code objects; null for a protector
 //   ignore_other_agents    1 on, 0 off; null for a protector
+// clang-format on
 #pragma once
 
 #include "monitor_discover.h"

@@ -36,8 +36,6 @@ struct DISCOVER_LINE {
 /// Prints every notice of the agent with its time until a signal ends it; reconnects.
 [[nodiscard]] int follow_notices(const CONNECTION &connection);
 
-enum class LOG_FORMAT { Table, Json, Csv };
-
 struct LOG_LINE {
     CONNECTION connection{};
     int first = -1;  // the oldest line is 0; -1: the newest `count` lines

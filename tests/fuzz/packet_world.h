@@ -8,6 +8,7 @@
 #include "agent_daemon.h"
 #include "agent_daemon_buffer.h"
 #include "agent_daemon_clients.h"
+#include "agent_daemon_engine.h"
 #include "agent_net.h"
 #include "e_a_internal.h"
 #include "no_programs.h"

@@ -1,6 +1,6 @@
 // The cross-process lock of the shared block and the two files behind it.
 #include "agent_fixture.h"
-#include "agent_utils.h"
+#include "agent_utils_lock.h"
 
 #include <csignal>
 #include <fstream>

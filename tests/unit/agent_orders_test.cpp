@@ -2,6 +2,7 @@
 // handed on, and that nothing but the battery date is answered; and of new settings what the real engine
 // reads anew, so that nobody sees it afterwards. The engine is a stand-in that notes its calls.
 #include "agent_daemon.h"
+#include "agent_daemon_engine.h"
 #include "agent_fixture.h"
 #include "agent_net.h"
 #include "e_a.h"

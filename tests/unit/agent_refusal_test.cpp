@@ -7,6 +7,7 @@
 #include "agent_net_inquiry.h"
 #include "agent_net_records.h"
 #include "agent_utils.h"
+#include "agent_utils_lock.h"
 #include "agent_utils_output.h"
 #include "refusal.h"
 
