@@ -45,7 +45,8 @@ const char *readparam(const char *section, const char *key)
     static LINE line;
     if (section == nullptr)
         return nullptr;
-    const int fd = open(CONFIG_FILE, O_RDONLY | O_CLOEXEC);
+    // Without waiting for a writer, should a pipe have taken the file's place.
+    const int fd = open(CONFIG_FILE, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
         ea_error("Cannot open config file\n");
         return nullptr;

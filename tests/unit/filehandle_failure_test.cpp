@@ -81,6 +81,14 @@ TEST_F(ConfigStore, FileThatCannotBeOpenedForWritingFailsTheWrite)
     EXPECT_EQ(wfpd, nullptr);
 }
 
+TEST_F(ConfigStore, APipeInPlaceOfTheFileHoldsNobodyUp)
+{
+    ASSERT_EQ(mkfifo(CONFIG_FILE, 0600), 0);
+    EXPECT_EQ(readparam("A", "K"), nullptr);
+    EXPECT_EQ(writeparam("A", "K", "1"), -1);
+    EXPECT_EQ(removeitem("A", "K", 0), -1);
+}
+
 TEST_F(ConfigStore, SecondStreamThatCannotBeOpenedFailsTheWriteAndClosesTheFirst)
 {
     put_config("[ A ]\n");
