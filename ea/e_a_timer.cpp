@@ -104,6 +104,22 @@ static void drop_stale(const PASS &pass)
     reload(pass);
 }
 
+// These keep the deadline that they were given.
+static bool is_settled(REASON reason)
+{
+    return reason == BATT_LOW || reason == OTHERAGEDOWN || reason == EVENT_TRIGGER;
+}
+
+// What was due at once when the clock was set back still is: such a reason lets no other deadline in, and a
+// battery that is low does not wait.
+static void keep_due(const PASS &pass)
+{
+    for (std::time_t *deadline : {&engine.BATTLOW_off, &engine.EVENTTRIGGER_off, &engine.OTHERAG_off})
+        *deadline = std::min(*deadline, pass.now);
+    if (is_settled(engine.downreason))
+        engine.next_off = std::min(engine.next_off, pass.now);
+}
+
 // Two moments at which the next times have to be worked out anew: the wall clock was set back, so that what
 // had passed lies ahead again, and the minute of an entry that is done with is over, so that it finds its
 // next.
@@ -118,6 +134,7 @@ static void renew_schedules(const PASS &pass)
     if (setback) {
         engine.lastdownstart = 0;
         engine.lastteststart = 0;
+        keep_due(pass);
     }
     reload(pass);
 }
@@ -140,12 +157,6 @@ static REASON reason_of(std::time_t deadline)
     if (deadline == engine.ACFAIL_off)
         return AC_FAIL;
     return deadline == engine.USR_off ? USER_SPECIFY : engine.downreason;
-}
-
-// These keep the deadline that they were given.
-static bool is_settled(REASON reason)
-{
-    return reason == BATT_LOW || reason == OTHERAGEDOWN || reason == EVENT_TRIGGER;
 }
 
 static void choose_deadline()

@@ -132,6 +132,40 @@ TEST_F(EngineTimerEdge, WarningsOfAFailureDoNotPutOffThoseOfASchedule)
     EXPECT_EQ(engine.lastschdowncount, 0);
 }
 
+TEST_F(EngineTimerEdge, AScheduleThatResumesBehindAFailureKeepsTheRhythmOfItsWarnings)
+{
+    const std::time_t start = timenow();
+    schedule_at(start + 500);
+    step();
+    advance(1);
+    fail_mains();
+    step();
+    EXPECT_EQ(engine.downreason, AC_FAIL);
+    advance(1);
+    engine.ACFAIL_off = 0;
+    engine.just_fail = 0;
+    recorder.english.clear();
+    std::vector<std::time_t> told;
+    for (; timenow() <= start + 130; advance(1)) {
+        step();
+        if (told.size() < recorder.english.size())
+            told.push_back(timenow() - start);
+    }
+    EXPECT_THAT(told, ElementsAre(60, 120));
+}
+
+TEST_F(EngineTimerEdge, WhereThereIsNoScheduleABrokenOffShutdownIsForgottenWithTheLink)
+{
+    engine.SHUTTINGDOWNINLOST = 1;
+    ups.ui.CommStatus = COMM_NOUPS;
+    step();
+    EXPECT_EQ(engine.SHUTTINGDOWNINLOST, 1);
+    ups.ui.CommStatus = COMM_ESTABLISHED;
+    step();
+    EXPECT_EQ(engine.SHUTTINGDOWNINLOST, 0);
+    EXPECT_EQ(engine.SCH_off, 0);
+}
+
 TEST_F(EngineTimerEdge, AScheduleThatWasMissedByAMinuteGivesWayToItsNextTime)
 {
     write_file(CONFIG_PATH, FRIDAYS);
@@ -151,6 +185,26 @@ TEST_F(EngineTimerEdge, AClockSetBackMakesWhatIsDoneLieAhead)
     step();
     EXPECT_EQ(engine.SCH_off, local_time(2004, 3, 5, 9, 0, 0));
     EXPECT_EQ(engine.next_test, local_time(2004, 3, 5, 9, 0, 0));
+}
+
+// It is told with programs that may take their time, in which the clock can be set.
+TEST_F(EngineTimerEdge, AClockSetBackDoesNotPutOffWhatIsDueAtOnce)
+{
+    const std::time_t start = timenow();
+    for (const REASON reason : {BATT_LOW, EVENT_TRIGGER, OTHERAGEDOWN}) {
+        set_clock(start);
+        engine.ISSHUTTINGDOWN = engine.DOWNREACHED = 0;
+        engine.downreason = NONE;
+        step();
+        engine.downreason = reason;
+        engine.BATTLOW_off = engine.EVENTTRIGGER_off = engine.OTHERAG_off = engine.next_off = timenow();
+        engine.DOWNEVENTID = 77;
+        field_set(engine.agentname, "elsewhere");
+        set_clock(start - 3600);
+        step();
+        EXPECT_EQ(engine.ISSHUTTINGDOWN, 1) << reason;
+        EXPECT_EQ(engine.next_off, timenow()) << reason;
+    }
 }
 
 TEST_F(EngineTimerEdge, WarningsComeEveryMinuteFromTenMinutesBefore)
@@ -237,6 +291,19 @@ TEST_F(EngineTimerEdge, AScheduleIsAnnouncedWithTheGrace)
                 ElementsAre("system shutdown warning begin(schedule:weekly) Date:2004-3-5 Time: 09:11:00."));
 }
 
+TEST_F(EngineTimerEdge, AWarningBeforeMidnightNamesTheDayOfTheShutdown)
+{
+    set_clock(local_time(2004, 12, 31, 23, 58, 0));
+    schedule_at(timenow() + 120, SPECIAL);
+    step();
+    EXPECT_THAT(
+        recorder.english,
+        ElementsAre("system shutdown warning begin(schedule:specialday) Date:2005-1-1 Time: 00:00:00."));
+    EXPECT_THAT(
+        recorder.localised,
+        ElementsAre("system shutdown warning begin(schedule:specialday) 2005year  1month  1day 00:00:00."));
+}
+
 TEST_F(EngineTimerEdge, EachWarningIsShownAsItsEventIs)
 {
     schedule_at(timenow() + 100, MONTHLY);
@@ -262,6 +329,17 @@ TEST_F(EngineTimerEdge, WarningsAppearOnTheTerminalsInEnglish)
     EXPECT_NE(recorder.english.back(), recorder.localised.back());
 }
 
+TEST_F(EngineTimerEdge, AWarningIsAnEventThenToldToTheMonitorsAndThenShown)
+{
+    using moment = std::pair<std::vector<int>, std::string>;
+    std::vector<moment> story;
+    recorder.watch = [&](int) { story.emplace_back(logged(), wall_text()); };
+    schedule_at(timenow() + 100);
+    step();
+    EXPECT_EQ(story, (std::vector<moment>(2, moment{{75}, ""})));
+    EXPECT_NE(wall_text(), "");
+}
+
 TEST_F(EngineTimerEdge, WarningsOfAnEventThatIsNotShownGoToTheMonitorsAlone)
 {
     engine.downreason = BATT_LOW;
@@ -277,6 +355,7 @@ TEST_F(EngineTimerEdge, AFailureThatRanOutIsAnEvent)
     fail_mains();
     EXPECT_EQ(seconds_to_shutdown(100), 61);
     EXPECT_THAT(logged(), ElementsAre(129, 80, 22, 8));
+    EXPECT_EQ(engine.shutdowneventid, 65) << "the end is shown as the countdown was";
 }
 
 TEST_F(EngineTimerEdge, BatteryLowAndTriggersThatAreNotDueAreOnlyTold)
@@ -290,6 +369,22 @@ TEST_F(EngineTimerEdge, BatteryLowAndTriggersThatAreNotDueAreOnlyTold)
     step();
     EXPECT_EQ(engine.ISSHUTTINGDOWN, 0);
     EXPECT_THAT(recorder.english, SizeIs(2));
+}
+
+TEST_F(EngineTimerEdge, BatteryLowAndAnotherAgentsOrderAreToldOnEveryStep)
+{
+    engine.downreason = BATT_LOW;
+    engine.BATTLOW_off = engine.next_off = timenow() + 10;
+    step();
+    step();
+    EXPECT_THAT(recorder.english, SizeIs(2));
+    engine.downreason = OTHERAGEDOWN;
+    engine.OTHERAG_off = engine.next_off;
+    field_set(engine.agentname, "elsewhere");
+    step();
+    step();
+    EXPECT_THAT(recorder.english, SizeIs(4));
+    EXPECT_THAT(logged(), ElementsAre(80, 80));
 }
 
 TEST_F(EngineTimerEdge, ATriggerThatIsNoEventSaysNothingAndIsCarriedOut)
@@ -333,6 +428,42 @@ TEST_F(EngineTimerEdge, AnOrdersNameIsTakenOnce)
 }
 
 // ---- the end ----
+
+TEST_F(EngineTimerEdge, TheBeginIsAnEventThenToldToTheAgentsAndThenToTheMonitors)
+{
+    engine.ISSERVERAGLOW = 0;
+    engine.ISSERVERAGNORMAL = 1;
+    using moment = std::pair<int, std::vector<int>>;
+    std::vector<moment> story;
+    recorder.watch = [&](int code) { story.emplace_back(code, logged()); };
+    schedule_at(timenow());
+    step();
+    // Two more texts follow, of the grace.
+    EXPECT_THAT(story, ElementsAre(moment{E_CB_TIMEISUP, {131, 80}}, moment{E_CB_MESSAGE, {131, 80}},
+                                   moment{E_CB_MESSAGE, {131, 80}}, moment{E_CB_MESSAGE, {131, 80}},
+                                   moment{E_CB_MESSAGE, {131, 80}}));
+    EXPECT_EQ(recorder.localised.front(), "Time is up! System shutdown will be executed soon");
+}
+
+TEST_F(EngineTimerEdge, TheStepThatBeginsAShutdownStartsATestAndMeasuresFirst)
+{
+    engine.DATALOGENABLED = 1;
+    engine.DLOGINTERVAL = 60;
+    ups.ui.upsdata.InPutINT = 100;
+    engine.next_test = timenow();
+    engine.schtestreason = WEEKLY;
+    engine.USR_off = timenow();
+    std::string measured;
+    recorder.watch = [&](int code) {
+        if (code == E_CB_TIMEISUP)
+            measured = read_file(DATALOG_PATH);
+    };
+    step();
+    EXPECT_NE(measured, "");
+    ASSERT_GE(recorder.calls.size(), 2U);
+    EXPECT_EQ(recorder.calls[0], callback(E_CB_SELFTEST, 0, engine.TestDuration));
+    EXPECT_EQ(recorder.calls[1], callback(E_CB_TIMEISUP, 1, 0));
+}
 
 TEST_F(EngineTimerEdge, OtherAgentsAreToldAndThisHostIsNamedUnlessOthersAreIgnored)
 {
