@@ -337,6 +337,14 @@ TEST_F(Orders, ALostLinkStartsNoSelfTest)
     EXPECT_EQ(engine.testreason, NONE);
 }
 
+TEST_F(Orders, WithoutAPortASelfTestIsOrderedAllTheSame)
+{
+    ups.ui.CommStatus = COMM_NOUPS;
+    EXPECT_EQ(command({20, {.last = 25}}), 0);
+    EXPECT_EQ(plain(21), 0);
+    EXPECT_EQ(recorder.calls, (callbacks{{8, 0, 25}, {16, 0, 0}}));
+}
+
 TEST_F(Orders, TheResultOfASelfTestOrderIsNotLookedAt)
 {
     recorder.results = {{8, -1}, {16, -1}, {32, -1}, {0x40000, -1}};
@@ -502,6 +510,20 @@ TEST_F(Orders, EachDetectionLevelIsRaisedSentAndKept)
         EXPECT_EQ(logged(), ids{16 + level}) << level;
         EXPECT_EQ(setting("OutputDetectionLevel"), std::to_string(level)) << level;
     }
+}
+
+TEST_F(Orders, ADetectionLevelIsRaisedBeforeItIsSentAndKeptAfterwards)
+{
+    ids before;
+    bool kept = true;
+    recorder.watch = [&](int) {
+        before = logged();
+        kept = setting("OutputDetectionLevel").has_value();
+    };
+    EXPECT_EQ(command({34, {.nupsmodel = 3}}), 0);
+    EXPECT_EQ(before, ids{19});
+    EXPECT_FALSE(kept);
+    EXPECT_EQ(setting("OutputDetectionLevel"), "3");
 }
 
 TEST_F(Orders, ALevelThatDoesNotExistIsKeptAndNothingElse)

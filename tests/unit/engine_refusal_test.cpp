@@ -316,6 +316,35 @@ TEST_F(Store, AHostThatDoesNotTellItsNameHasNone)
     EXPECT_EQ(std::string(field_view(users[0].Address)), "");
 }
 
+TEST_F(Store, AHostThatDoesNotTellItsNameFailsTheStepAndStillGoesDown)
+{
+    const Refused refused("gethostname", EFAULT);
+    engine.ISSERVERAGNORMAL = 1;  // in the grace nothing else is done
+    ups.ui.CommStatus = COMM_ESTABLISHED;
+    UPS_AGENTDOWNINFO order{};
+    order.delay = 3600;
+    AGENTCMD command{DATAID_SHUTDOWN, {.adip = &order}};
+    ein.DATA.acp = &command;
+    EXPECT_EQ(act(E_CMD_DOCOMMAND), -1);
+    EXPECT_EQ(engine.downreason, USER_SPECIFY);
+    ein.DATA.acp = nullptr;
+    EXPECT_EQ(act(0), 0) << "the name was looked for in the order's own step";
+    engine.downreason = OTHERAGEDOWN;
+    engine.OTHERAG_off = engine.next_off = timenow() + 10;
+    field_set(engine.agentname, "elsewhere");
+    EXPECT_EQ(act(0), -1);
+    EXPECT_EQ(engine.ISSHUTTINGDOWN, 0);
+    advance(10);
+    EXPECT_EQ(act(0), -1);
+    EXPECT_EQ(engine.ISSHUTTINGDOWN, 1);
+    engine.ISSHUTTINGDOWN = 0;
+    engine.downreason = NONE;
+    engine.USR_off = timenow();
+    EXPECT_EQ(act(0), -1);
+    EXPECT_EQ(engine.ISSHUTTINGDOWN, 1);
+    EXPECT_EQ(act(0), 0);
+}
+
 // Beyond the calendar, and beyond the room that a text of the date has.
 TEST_F(Store, ATimeThatHasNoTextIsRefusedAndLeavesTheRecord)
 {
