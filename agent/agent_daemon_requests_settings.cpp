@@ -16,6 +16,10 @@ static std::vector<SCHEDULELIST> schedules;
 
 // ---- schedules
 
+// Storing an entry takes several writes, and each of them looks through the settings: some thousand entries
+// would keep the agent from everything else for minutes, and would not all be read back.
+static constexpr std::size_t MOST_SCHEDULES = 400;
+
 static void month_from_monitor(UPS_TIMEINFO &time)
 {
     if (time.month > 0)
@@ -51,7 +55,8 @@ int daemon_scheduleset(AGENT *ag)
 {
     const WIREVIEW data = packet_data();
     if (is_protector(ag) || packet_head().Length < PACKET_HEAD_SIZE ||
-        data.size() % sizeof(SCHEDULEINFO) != 0 || take_schedules(ag, data) == -1)
+        data.size() % sizeof(SCHEDULEINFO) != 0 || data.size() > MOST_SCHEDULES * sizeof(SCHEDULEINFO) ||
+        take_schedules(ag, data) == -1)
         return -1;
     ag->sl = schedules.empty() ? nullptr : schedules.data();
     ein.DATA.schlist = ag->sl;

@@ -157,7 +157,7 @@ static bool may_set(const UPS_PACKET_HEAD &head, std::size_t size)
 {
     switch (head.DataId) {
     case DATAID_SCHEDULES:
-        return !is_protector() && size % sizeof(SCHEDULEINFO) == 0;
+        return !is_protector() && size % sizeof(SCHEDULEINFO) == 0 && size <= 400 * sizeof(SCHEDULEINFO);
     case DATAID_EVENTS:
         return !is_protector() && size >= EVENTS_BYTES && (size - EVENTS_BYTES) % sizeof(USERSDATA) == 0;
     case DATAID_CONFIG:

@@ -293,7 +293,7 @@ TEST_F(RequestsShortOfMemory, SchedulesThatCannotBeKeptChangeNothing)
 {
     SCHEDULELIST kept{};
     agent.sl = &kept;
-    EXPECT_EQ(ask(packet(80, BYTES(20 * 1600)), 1600 * sizeof(SCHEDULELIST) - 1), -1);
+    EXPECT_EQ(ask(packet(80, BYTES(20 * 400)), 400 * sizeof(SCHEDULELIST) - 1), -1);
     EXPECT_EQ(agent.sl, &kept);
     EXPECT_EQ(contents(CONFIG_FILE), "");
     expect_served();

@@ -104,6 +104,20 @@ TEST_F(ScheduleSet, HundredsOfEntriesComeBack)
     EXPECT_EQ(query(3).size(), 8 + data.size());
 }
 
+TEST_F(ScheduleSet, FourHundredEntriesAreStoredAndMoreAreRefused)
+{
+    load(sections({"ScheShutDown", "ScheTest"}));
+    BYTES data;
+    for (int i = 0; i < 400; ++i)
+        data = join({data, special(i % 12, 11)});
+    ASSERT_EQ(ask(packet(80, data)), 0);
+    EXPECT_EQ(query(3).size(), 8 + data.size());
+    const std::string before = config_file();
+    EXPECT_EQ(ask(packet(80, join({data, weekly_test()}))), -1);
+    EXPECT_EQ(config_file(), before);
+    EXPECT_EQ(query(3).size(), 8 + data.size());
+}
+
 // ---- event settings and users
 
 static BYTES event_row(int id, std::string_view command = {})
