@@ -47,9 +47,10 @@ static int create_log(const LOGFILE &log)
     return fd;
 }
 
+// A full pipe in the place of the log, which somebody holds open and does not read, is not waited for.
 static int open_log(const LOGFILE &log)
 {
-    const int fd = open(log.path, O_RDWR | O_CLOEXEC);
+    const int fd = open(log.path, O_RDWR | O_NONBLOCK | O_CLOEXEC);
     if (fd >= 0)
         return fd;
     if (errno == ENOENT)

@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -165,6 +166,19 @@ TEST_F(EngineLog, ALogThatCannotBeCreatedIsLeftOutSilently)
     EXPECT_EQ(eventlog(7, 200, 255, ""), 0);
     EXPECT_EQ(error_text(), "Evelog:Cannot create Evelogfile");
     std::filesystem::remove(LOG_PATH);
+}
+
+TEST_F(EngineLog, AFullPipeInItsPlaceIsNotWaitedFor)
+{
+    ASSERT_EQ(mkfifo(LOG_PATH, 0600), 0);
+    const int holder = open(LOG_PATH, O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(holder, 0);
+    static constexpr std::array<char, 4096> PAGE{};
+    while (write(holder, PAGE.data(), PAGE.size()) > 0)
+        ;
+    EXPECT_EQ(eventlog(7, 200, 255, ""), -1);
+    EXPECT_EQ(engine.eventlogfailed, 1);
+    close(holder);
 }
 
 TEST_F(EngineLog, AFullDiskIsAnErrorThatIsOne)
