@@ -382,6 +382,16 @@ TEST_F(LogLine, TheLastFieldIsNeverReturned)
     }
 }
 
+TEST_F(LogLine, TheLastFieldLeavesItsSignBehindAtTheEndOfTheTextOnly)
+{
+    logfield_start("-12");
+    EXPECT_EQ(next_logfield(0, 99, true), nullptr);
+    EXPECT_STREQ(itoc(5), "-5");
+    logfield_start("-12\n");
+    EXPECT_EQ(next_logfield(0, 99, true), nullptr);
+    EXPECT_STREQ(itoc(5), "5");
+}
+
 TEST_F(LogLine, ANegativeNumberKeepsItsSign)
 {
     logfield_start(" -1.-2,3,");
@@ -427,6 +437,14 @@ TEST_F(LastTwo, AnEmptyLogShowsNoEvents)
     }
     EXPECT_EQ(engine.SHALLCOPY, 1);
     EXPECT_EQ(engine.last2loaded, 1);
+}
+
+TEST_F(LastTwo, AnEmptyLogLeavesWhatIsCached)
+{
+    engine.last2event[0].EventId = 3;
+    engine.last2event[1].EventId = 4;
+    EXPECT_EQ(load(""), 0);
+    EXPECT_EQ(ids(), std::pair(3, 4));
 }
 
 TEST_F(LastTwo, OneLineIsTheNewerAndTheOlderStaysAsItIsCached)

@@ -325,6 +325,8 @@ TEST_F(DataPages, AnEmptyLogIsAnEmptyPage)
     write_file(DATALOG_PATH, "");
     EXPECT_EQ(page(0, 5), 0);
     EXPECT_TRUE(empty());
+    EXPECT_EQ(page(1, 5), -1);
+    EXPECT_TRUE(empty());
 }
 
 // A buffer of 90 bytes holds a line of 89.

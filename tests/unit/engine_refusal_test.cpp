@@ -264,6 +264,21 @@ TEST_F(Store, APartOfALineThatCannotBeTakenOffAgainIsTold)
     EXPECT_EQ(read_file(LOG_PATH).size(), 10U);
 }
 
+TEST_F(Store, ALogThatCannotBeTrimmedKeepsItsLinesUntilItCan)
+{
+    for (int id = 1; id <= 3; ++id)
+        eventlog(id, 100, 255, "host");
+    {
+        const Refused refused("ftruncate", EIO);
+        EXPECT_EQ(eventlog(4, 2, 255, "host"), -1);
+        EXPECT_EQ(engine.eventlogfailed, 1);
+    }
+    EXPECT_EQ(logged().size(), 4U);
+    eventlog(5, 2, 255, "host");
+    EXPECT_EQ(engine.eventlogfailed, 0);
+    EXPECT_EQ(logged(), (std::vector{4, 5}));
+}
+
 TEST_F(Store, ADirectoryInThePlaceOfTheDataLogIsNoFailure)
 {
     std::filesystem::create_directory(DATALOG_PATH);

@@ -200,6 +200,14 @@ TEST_F(ScheduleSave, EntriesOfUnknownActionOrKindAreNotSaved)
     EXPECT_EQ(loaded().size(), 1U);
 }
 
+TEST_F(ScheduleSave, WhatASwitchHoldsIsStoredAsItIs)
+{
+    write_file(CONFIG_PATH, HEADERS);
+    EXPECT_EQ(save({entry(WEEKLY, 0, TUESDAY.stimeInfo, TUESDAY.etimeInfo, -7)}), 0);
+    EXPECT_EQ(settings_of("ScheShutDown").at(2), " WeekScheduleOn1 = -7");
+    EXPECT_EQ(loaded().at(0).ScheduleOn, -7);
+}
+
 TEST_F(ScheduleSave, TimesThatDoNotExistAreStoredAndNotReadBack)
 {
     write_file(CONFIG_PATH, HEADERS);

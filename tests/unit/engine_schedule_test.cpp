@@ -150,6 +150,13 @@ TEST_F(Schedules, SpecialDateThatEndsBeforeItStartsHasNoTimedRestart)
     EXPECT_EQ(engine.offBootSpan, -16 * HOUR);
 }
 
+TEST_F(Schedules, SpecialDateWhoseEndHasPassedIsDropped)
+{
+    EXPECT_EQ(load("SPECIALNO = 1\nSPECIALDAYSTART1 = 0 22 8 2 * 104\nSPECIALDAYEND1 = 0 6 5 2 * 104\n"),
+              nullptr);
+    EXPECT_EQ(engine.SCH_off, 0);
+}
+
 TEST_F(Schedules, OffTimeOfCenturiesIsShortenedToWhatItsFieldHolds)
 {
     load("SPECIALNO = 1\nSPECIALDAYSTART1 = 0 22 5 2 * 104\nSPECIALDAYEND1 = 0 0 1 0 * 255\n");
@@ -229,6 +236,8 @@ TEST_F(Schedules, EarliestEntryOfAllKindsIsChosen)
     EXPECT_EQ(entries(load(TUESDAYS + monthly)).size(), 3U);
     EXPECT_EQ(engine.schdownreason, MONTHLY);
     EXPECT_EQ(engine.SCH_off, local_time(2004, 3, 6, 22, 0, 0));
+    EXPECT_EQ(engine.SCH_boot, local_time(2004, 3, 6, 23, 0, 0));
+    EXPECT_EQ(engine.DownDuration, HOUR);
     EXPECT_EQ(entries(load(TODAY + std::string(TUESDAYS) + monthly)).size(), 4U);
     EXPECT_EQ(engine.schdownreason, SPECIAL);
     EXPECT_EQ(engine.SCH_off, local_time(2004, 3, 5, 22, 0, 0));

@@ -156,6 +156,9 @@ TEST_F(EngineTime, ATimeOfItsOwnIsShownToTheSecond)
 {
     EXPECT_STREQ(user_date_real(1'078'477'622), "2004-3-5");
     EXPECT_STREQ(user_time_real(1'078'477'622), "09:07:02");
+    set_time_zone("JST-9");
+    EXPECT_STREQ(user_date_real(1'078'499'222), "2004-3-6");
+    EXPECT_STREQ(user_time_real(1'078'499'222), "00:07:02");
 }
 
 TEST_F(EngineTime, ATimeBeyondTheCalendarIsHarmless)

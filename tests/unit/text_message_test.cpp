@@ -257,6 +257,12 @@ TEST_F(Message, VariableThatWasNotSetIsEmptyAfterwards)
     EXPECT_EQ(variable("LC_ALL"), "");
 }
 
+TEST_F(Message, LangThatWasNotSetIsEmptyAfterwards)
+{
+    EXPECT_STREQ(GETTEXTj("UPS Ac fail"), AC_FAIL);
+    EXPECT_EQ(variable("LANG"), "");
+}
+
 TEST_F(Message, LongValueIsKeptUpTo255Characters)
 {
     setenv("LANGUAGE", std::string(255, 'a').c_str(), 1);
