@@ -90,7 +90,9 @@ static void check_words(const std::string &bytes)
     std::memcpy(&entry, bytes.data(), std::min(bytes.size(), sizeof entry));
     require(!schedule_words(entry).empty() && schedule_words(entry).find('\n') == std::string::npos);
     require(!schedule_kind_words(entry).empty() && !schedule_action_words(entry).empty());
-    require(schedule_same(entry, entry) && !schedule_same(entry, SCHEDULEINFO{99, 0, 0, {}, {}}));
+    SCHEDULEINFO other = entry;
+    other.ID = static_cast<decltype(other.ID)>(other.ID ^ 1);
+    require(schedule_same(entry, entry) && !schedule_same(entry, other));
 }
 
 static void check_date(const std::string &text)
