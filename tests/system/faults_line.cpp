@@ -20,15 +20,37 @@ void LineCut_end(Scene &scene)
 }
 
 // At the speed of the real line, so that the noise comes between the bytes of the replies.
-void Garbage_begin(Scene &scene)
+static void begin_noise(Scene &scene, const std::string &bytes_per_second)
 {
     scene.stage.unit("pace on");
-    scene.stage.unit("garbage stream 0.5");
+    scene.stage.unit("garbage stream " + bytes_per_second);
+}
+
+static void end_noise(Scene &scene)
+{
+    scene.stage.unit("garbage off");
+}
+
+// So little that a link lasts.
+void Garbage_begin(Scene &scene)
+{
+    begin_noise(scene, "0.5");
 }
 
 void Garbage_end(Scene &scene)
 {
-    scene.stage.unit("garbage off");
+    end_noise(scene);
+}
+
+// So much that none does.
+void NoiseWithoutEnd_begin(Scene &scene)
+{
+    begin_noise(scene, "20");
+}
+
+void NoiseWithoutEnd_end(Scene &scene)
+{
+    end_noise(scene);
 }
 
 // The byte that asks the host to be silent, by itself and among others, again and again.
@@ -94,17 +116,6 @@ void NoUnitFor150Days_end(Scene &scene)
     scene.stage.unit("rate 0");
     if (scene.phase == Phase::ON_BATTERY || scene.phase == Phase::IN_GRACE)
         scene.stage.unit("mains fail");
-}
-
-void NoiseWithoutEnd_begin(Scene &scene)
-{
-    scene.stage.unit("pace on");
-    scene.stage.unit("garbage stream 20");
-}
-
-void NoiseWithoutEnd_end(Scene &scene)
-{
-    scene.stage.unit("garbage off");
 }
 
 }  // namespace faults

@@ -115,7 +115,7 @@ class Life
     void failure_with_low_battery();
     void flicker();
     void failure_with_line_cut();
-    void low_battery_on_mains();
+    void low_battery();
     void line_lost();
     void port_unplugged();
     void short_silence();

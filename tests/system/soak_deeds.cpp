@@ -15,7 +15,7 @@ const std::vector<Life::Deed> Life::DEEDS = {
     {"mains fails and the battery gets low", 8, &Life::failure_with_low_battery},
     {"mains flickers", 15, &Life::flicker},
     {"mains fails and the line is cut", 10, &Life::failure_with_line_cut},
-    {"battery low on mains", 2, &Life::low_battery_on_mains},
+    {"battery low on mains", 2, &Life::low_battery},
     {"the line is cut", 30, &Life::line_lost},
     {"the port is unplugged", 10, &Life::port_unplugged},
     {"the unit is silent", 15, &Life::short_silence},
@@ -99,28 +99,14 @@ void Life::failure_with_low_battery()
     pass(between(1, 30));
     if (!goes_on())
         return;
-    truth_.low = true;
-    rules_.truth(truth_, stage_.now());
-    unit("battery low on");
-    pass(200);
-    if (!goes_on())
-        return;
-    truth_.low = false;
-    unit("battery low auto");
-    set_mains(true);
+    low_battery();
+    if (goes_on())
+        set_mains(true);
 }
 
-void Life::low_battery_on_mains()
+void Life::low_battery()
 {
-    truth_.low = true;
-    rules_.truth(truth_, stage_.now());
-    unit("battery low on");
-    pass(200);
-    if (!goes_on())
-        return;
-    truth_.low = false;
-    rules_.truth(truth_, stage_.now());
-    unit("battery low auto");
+    condition_for("battery low on", "battery low auto", &Truth::low, 200);
 }
 
 void Life::flicker()

@@ -152,33 +152,39 @@ class Rules
     bool meets(Kind kind, int id, const std::string &text);
     void look_for_overdue();
 
+    // ---- the shared block (soak_rules_record.cpp)
     void judge_truth(const Look &look);
     void judge_link(const Look &look);
     void judge_bits(const Look &look);
     void judge_test(const Look &look);
+    void judge_shown(const Look &look);
+
+    // ---- the event log (soak_rules_events.cpp)
     void happens(int event);
     void take_effect(int event);
     void judge_event(const LoggedEvent &event);
     void judge_arrival(const LoggedEvent &event);
     void judge_announcement(const LoggedEvent &event);
     void judge_end(const LoggedEvent &event);
-    void judge_notice(const std::string &text);
-    void judge_schedule_warning(const std::string &text);
-    void judge_ac_warning(const std::string &text);
-    void judge_walls(const Look &look);
-    void judge_orders(const Look &look);
-    void judge_shown(const Look &look);
+    void begin_shutdown();
     void judge_test_start();
     void judge_missing();
-    void judge_goodbyes(const Look &look);
+    [[nodiscard]] bool grace_over() const;
+
+    // ---- what is told (soak_rules_told.cpp)
     void tell_of(int id, const std::string &name);
     void wall_of(int id, const std::string &text);
-    void begin_shutdown();
+    void judge_walls(const Look &look);
+    void judge_notice(const std::string &text);
+    void judge_ac_warning(const std::string &text);
+    void judge_schedule_warning(const std::string &text);
+    void judge_goodbyes(const Look &look);
+    void judge_orders(const Look &look);
+
     [[nodiscard]] bool link() const
     {
         return before_.comm == 2;
     }
-    [[nodiscard]] bool grace_over() const;
 };
 
 }  // namespace soak

@@ -2,6 +2,7 @@
 #include "soak_stage.h"
 
 #include "mixed_requests.h"
+#include "vt_monitor.h"
 #include "wire_records.h"
 
 #include <algorithm>
@@ -9,17 +10,13 @@
 #include <cstdio>
 #include <ctime>
 #include <fcntl.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <sstream>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace soak
 {
 
-using bed::packet;
 using bed::word_at;
 
 static constexpr std::size_t LOG_LINE = 44;
@@ -65,43 +62,22 @@ void Stage::power_off()
     look();
 }
 
-// A monitor that has said that it reads English is sent the English of every notice. Those of the very start
-// may come before or behind its hello.
 void Stage::connect_monitor()
 {
-    monitor_ = std::make_unique<testbed::TcpClient>();
-    const int yes = 1;
-    setsockopt(monitor_->fd(), IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
-    VTOSINFO about{};
-    about.lang = 2;
-    about.os = 2;
-    monitor_->send(packet(DATAID_OSINFO, {reinterpret_cast<const char *>(&about), sizeof about}));
+    monitor_ = bed::connect_english_monitor();
     await_answer();
 }
 
-// Takes what has come. What follows at once is held back by the sender until the first is acknowledged, and
-// the acknowledgement would wait for 40 ms of real time.
 void Stage::read_monitor()
 {
-    std::array<char, 16384> part{};
-    const int yes = 1;
-    while (monitor_ != nullptr) {
-        setsockopt(monitor_->fd(), IPPROTO_TCP, TCP_QUICKACK, &yes, sizeof yes);
-        const ssize_t count = recv(monitor_->fd(), part.data(), part.size(), MSG_DONTWAIT);
-        if (count <= 0)
-            break;
-        unread_.append(part.data(), static_cast<std::size_t>(count));
-    }
-    while (unread_.size() >= PACKET_HEAD_SIZE && unread_.size() >= word_at(unread_, 4)) {
-        const std::size_t length = word_at(unread_, 4);
-        if (length < PACKET_HEAD_SIZE)
-            throw testbed::TestbedError("a packet of " + std::to_string(length) + " bytes");
-        if (unread_[3] == bed::NOTICE)
-            notices_.push_back(unread_.substr(PACKET_HEAD_SIZE, length - PACKET_HEAD_SIZE));
+    if (monitor_ == nullptr)
+        return;
+    bed::take_packets(*monitor_, unread_, [this](const std::string &packet) {
+        if (bed::is_notice(packet))
+            notices_.push_back(bed::data_of(packet));
         else
-            answers_.push_back(unread_.substr(0, length));
-        unread_.erase(0, length);
-    }
+            answers_.push_back(packet);
+    });
 }
 
 // ---- time

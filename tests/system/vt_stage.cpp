@@ -1,6 +1,7 @@
 // The stage of tests in virtual time.
 #include "vt_stage.h"
 
+#include "vt_monitor.h"
 #include "wire_records.h"
 
 #include <algorithm>
@@ -8,11 +9,8 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <ostream>
 #include <sstream>
-#include <sys/socket.h>
 
 namespace bed
 {
@@ -98,42 +96,20 @@ Stage::Stage(StageOptions options)
 
 Stage::~Stage() = default;
 
-// A monitor that has said that it reads English is sent the English of every notice. Its packets must not
-// wait for an acknowledgement of the one before: see read_monitor.
 void Stage::connect_monitor()
 {
-    monitor_ = std::make_unique<testbed::TcpClient>();
-    const int yes = 1;
-    setsockopt(monitor_->fd(), IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
-    VTOSINFO about{};
-    about.lang = 2;
-    about.os = 2;
-    monitor_->send(
-        packet(DATAID_OSINFO, std::string_view(reinterpret_cast<const char *>(&about), sizeof about)));
+    monitor_ = connect_english_monitor();
     EXPECT_EQ(receive_answer(*monitor_).at(3), static_cast<char>(DATAID_OSINFO));
 }
 
-// Takes what has come, without waiting. What follows at once is held back by the sender until the first is
-// acknowledged, and the acknowledgement would wait for 40 ms of real time: minutes here.
 void Stage::read_monitor()
 {
-    std::array<char, 4096> part{};
-    const int yes = 1;
-    while (monitor_ != nullptr) {
-        setsockopt(monitor_->fd(), IPPROTO_TCP, TCP_QUICKACK, &yes, sizeof yes);
-        const ssize_t count = recv(monitor_->fd(), part.data(), part.size(), MSG_DONTWAIT);
-        if (count <= 0)
-            break;
-        unread_.append(part.data(), static_cast<std::size_t>(count));
-    }
-    while (unread_.size() >= 8 && unread_.size() >= word_at(unread_, 4)) {
-        const std::size_t length = word_at(unread_, 4);
-        if (length < 8)
-            throw testbed::TestbedError("a packet of " + std::to_string(length) + " bytes");
-        if (unread_[3] == NOTICE)
-            notices_.push_back({now(), unread_.substr(8, length - 8)});
-        unread_.erase(0, length);
-    }
+    if (monitor_ == nullptr)
+        return;
+    take_packets(*monitor_, unread_, [this](const std::string &packet) {
+        if (is_notice(packet))
+            notices_.push_back({now(), data_of(packet)});
+    });
 }
 
 // ---- time
