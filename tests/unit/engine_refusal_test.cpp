@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
+#include <functional>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -159,6 +160,19 @@ class Store : public Engine
         Engine::SetUp();
         write_file(CONFIG_PATH, BEFORE);
     }
+
+    /// With `call` refused, at first from the beginning and then each time one call later, up to `calls`:
+    /// what is tried fails every time and leaves the file as it was.
+    static void expect_failure_without_trace(const char *call, int calls, const std::function<int()> &attempt)
+    {
+        for (int before = 0; before < calls; ++before) {
+            {
+                const Refused refused(call, EIO, before);
+                EXPECT_EQ(attempt(), -1) << before;
+            }
+            EXPECT_EQ(read_file(CONFIG_PATH), BEFORE) << before;
+        }
+    }
 };
 
 TEST_F(Store, AnInterruptedReadGoesOn)
@@ -169,24 +183,15 @@ TEST_F(Store, AnInterruptedReadGoesOn)
 
 TEST_F(Store, AFileThatCannotBeReadToItsEndStaysAsItIs)
 {
-    for (int reads = 0; reads < 3; ++reads) {
-        {
-            const Refused refused("pread", EIO, reads);
-            EXPECT_EQ(writeparam("A", "K", "1"), -1) << reads;
-        }
-        EXPECT_EQ(read_file(CONFIG_PATH), BEFORE) << reads;
-    }
+    expect_failure_without_trace("pread", 3, [] { return writeparam("A", "K", "1"); });
 }
 
 // Neither is a section or a key that could not be looked for taken for one that is not there.
 TEST_F(Store, WhatCannotBeReadToItsEndIsNotRemovedAndIsAFailure)
 {
-    for (int reads = 0; reads < 4; ++reads) {
-        for (const char *key : {"", "L"}) {
-            const Refused refused("pread", EIO, reads);
-            EXPECT_EQ(removeitem("A", key, 0), -1) << reads << key;
-        }
-        EXPECT_EQ(read_file(CONFIG_PATH), BEFORE) << reads;
+    for (const char *key : {"", "L"}) {
+        SCOPED_TRACE(key);
+        expect_failure_without_trace("pread", 4, [key] { return removeitem("A", key, 0); });
     }
 }
 
@@ -213,11 +218,7 @@ TEST_F(Store, AFileThatCannotBeShortenedFailsTheWrite)
 
 TEST_F(Store, AStreamThatCannotBePlacedFailsTheWriteAndChangesNothing)
 {
-    for (int seeks = 0; seeks < 3; ++seeks) {
-        const Refused refused("fseeko", EIO, seeks);
-        EXPECT_EQ(writeparam("A", "K", "1"), -1) << seeks;
-        EXPECT_EQ(read_file(CONFIG_PATH), BEFORE) << seeks;
-    }
+    expect_failure_without_trace("fseeko", 3, [] { return writeparam("A", "K", "1"); });
 }
 
 TEST_F(Store, AWriteWhoseStreamFailsToCloseIsAFailure)
