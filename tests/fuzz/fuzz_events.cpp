@@ -7,17 +7,16 @@
 #include "agent.h"
 #include "e_a_event_table.h"
 #include "filehandle.h"
+#include "fuzz_support.h"
 #include "wp_field.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <string>
-#include <sys/stat.h>
 #include <vector>
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
@@ -32,14 +31,6 @@ static AGINFO block;
 static UPS_UPSINFO info;
 static UPS_PARAM param;
 
-static void require(bool holds, const char *what)
-{
-    if (holds)
-        return;
-    std::fprintf(stderr, "broken: %s\n", what);
-    std::abort();
-}
-
 // The engine's way to the agent; loading and saving have nothing to say to it.
 int Event_CallBack(int, void *, int, int)
 {
@@ -48,10 +39,7 @@ int Event_CallBack(int, void *, int, int)
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
-    struct stat directory, parent;
-    require(stat("/usr/lib/voltaria", &directory) == 0 && stat("/usr/lib", &parent) == 0 &&
-                directory.st_dev != parent.st_dev,
-            "/usr/lib/voltaria must be a private mount: run this in the sandbox");
+    refuse_host();
     require(std::freopen("/dev/null", "w", stdout) != nullptr, "silencing the store");
     userinfo.udp = users.data();
     ein.DATA.eu = eout.DATA.eu = {events.data(), &userinfo};

@@ -4,6 +4,7 @@
 // written, and nothing but one line may have been touched. A first byte of 0xF0 and more puts something else
 // in the file's place for the operations: nothing, a directory, a link to nowhere, or a disk without room.
 #include "ea/filehandle.h"
+#include "fuzz_support.h"
 #include "tests/unit/filehandle_model.h"
 
 #include <algorithm>
@@ -11,7 +12,6 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -26,21 +26,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 static const std::array<std::string, 4> SECTIONS = {"A", "AB", "Event1", "A\nB"};
 static const std::array<std::string, 4> KEYS = {"K", "KK", "Event1", ""};
 
-static void require(bool holds, const char *what)
-{
-    if (holds)
-        return;
-    std::fprintf(stderr, "broken: %s\n", what);
-    std::abort();
-}
-
-// The path of the store is fixed: never on the directory of an installed agent, only on a private mount.
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
-    struct stat directory, parent;
-    require(stat("/usr/lib/voltaria", &directory) == 0 && stat("/usr/lib", &parent) == 0 &&
-                directory.st_dev != parent.st_dev,
-            "/usr/lib/voltaria must be a private mount: run this in the sandbox");
+    refuse_host();
     require(std::freopen("/dev/null", "w", stdout) != nullptr, "silencing the store");
     unlink(CONFIG_FILE);
     return 0;

@@ -4,13 +4,12 @@
 // width of 0xF0 and more puts something else in the place of both logs: nothing, a directory, a link to
 // nowhere, or a disk without room.
 #include "e_a_internal.h"
+#include "fuzz_support.h"
 
 #include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -24,14 +23,6 @@
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
 
-static void require(bool holds, const char *what)
-{
-    if (holds)
-        return;
-    std::fprintf(stderr, "broken: %s\n", what);
-    std::abort();
-}
-
 // The engine's way to the agent; reading logs has nothing to say to it.
 int Event_CallBack(int, void *, int, int)
 {
@@ -40,10 +31,7 @@ int Event_CallBack(int, void *, int, int)
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
-    struct stat directory, parent;
-    require(stat("/usr/lib/voltaria", &directory) == 0 && stat("/usr/lib", &parent) == 0 &&
-                directory.st_dev != parent.st_dev,
-            "/usr/lib/voltaria must be a private mount: run this in the sandbox");
+    refuse_host();
     return 0;
 }
 

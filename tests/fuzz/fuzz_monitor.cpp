@@ -3,6 +3,7 @@
 // whole as one datagram of discovery. Nothing that comes out may carry a control character, be wider than its
 // terminal, or differ when it is encoded again; a user's name that can be sent back is one that the agent
 // tells as before.
+#include "fuzz_support.h"
 #include "monitor/monitor.h"
 #include "monitor/monitor_charset.h"
 #include "monitor/monitor_discover.h"
@@ -15,17 +16,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <span>
 #include <string>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
-
-static void require(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
 
 static bool printable(const std::string &text)
 {

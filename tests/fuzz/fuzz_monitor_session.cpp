@@ -2,6 +2,7 @@
 // request, the second how long the agent lives, the rest is all it ever sends. Each call ends at once,
 // because the agent has said all it will say and has gone; one that fails has closed the session, and one
 // that succeeds keeps it; what is handed out is what the request could be answered with.
+#include "fuzz_support.h"
 #include "monitor/monitor.h"
 #include "monitor/monitor_log.h"
 #include "monitor/monitor_records.h"
@@ -9,19 +10,12 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
-
-static void require(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
 
 static MONITOR_RESULT ask_hello(MONITOR_SESSION &session)
 {

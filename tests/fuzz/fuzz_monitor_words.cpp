@@ -1,6 +1,7 @@
 // What a person writes on the command line of `voltaria`: values of settings, schedules, users, commands and
 // texts for the agent. Input: one byte of choices, then words, each ended by a zero byte. What is taken is
 // read back as the same, and a refusal says why and changes nothing.
+#include "fuzz_support.h"
 #include "monitor/monitor_charset.h"
 #include "monitor/monitor_eventset.h"
 #include "monitor/monitor_schedule_text.h"
@@ -10,19 +11,12 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
 #include <utility>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
-
-static void require(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
 
 static std::string take_text(std::string_view &input)
 {

@@ -3,13 +3,12 @@
 // and the texts, each ended by a zero byte. The text is no longer than what its parts can give, and of a
 // format without placeholders it is the format.
 #include "e_a_internal.h"
+#include "fuzz_support.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -23,14 +22,6 @@ static constexpr std::size_t WIDEST = 99;  // bytes of one number
 int Event_CallBack(int, void *, int, int)
 {
     return 0;
-}
-
-static void require(bool holds, const char *what)
-{
-    if (holds)
-        return;
-    std::fprintf(stderr, "broken: %s\n", what);
-    std::abort();
 }
 
 template <typename T> static T take(std::string_view &input)

@@ -1,6 +1,7 @@
 // A monitor's connection: the input, behind its first byte, is a row of pieces, each a count and that many
 // bytes; the count 255 stands for a byte that comes many times. Every piece is read as the loop would, and
 // each whole packet is dispatched.
+#include "fuzz_support.h"
 #include "packet_world.h"
 
 #include <poll.h>
@@ -33,14 +34,14 @@ static bool serve(NETCLI *client)
     int length = -1;
     const int result = net_readpacketfromtcpsocket(&agent.agnet, client, &length);
     if (result > 1) {
-        world_check(result == length + static_cast<int>(sizeof(UPS_CLIADDR)));
-        world_check(packet_head().Length == static_cast<std::uint32_t>(length));
-        world_check(net_checkisvalidpacket(packet_head()));
-        world_check(packet_origin().sockfd == client->sockfd);
+        require(result == length + static_cast<int>(sizeof(UPS_CLIADDR)));
+        require(packet_head().Length == static_cast<std::uint32_t>(length));
+        require(net_checkisvalidpacket(packet_head()));
+        require(packet_origin().sockfd == client->sockfd);
         net_forbidagentorder();
         daemon_procnetmsg(&agent, 1, 1);
     } else {
-        world_check(length == 0);
+        require(length == 0);
     }
     world_sound();
     return result >= 0;
@@ -101,10 +102,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         shutdown(ends[1], SHUT_WR);
         for (int i = 0; i < 3 && lives; ++i)
             lives = serve(client);
-        world_check(!lives);
+        require(!lives);
     }
     free_client_sockfd(&agent.agnet, ends[0]);
-    world_check(agent.agnet.clilist == nullptr);
+    require(agent.agnet.clilist == nullptr);
     close(ends[0]);
     close(ends[1]);
     return 0;

@@ -1,5 +1,6 @@
 // One datagram: the input behind its first byte. What the loop would accept is dispatched.
 #include "agent_net_inquiry.h"
+#include "fuzz_support.h"
 #include "packet_world.h"
 
 #include <netinet/in.h>
@@ -31,7 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     packet_setorigin(origin);
     agent.agnet.uaddr = agent.agnet.cnc.addr = origin.addr;
     agent.agnet.cnc.sockfd = agent.agnet.ufd;
-    world_check(daemon_islocalmonitor(&origin.addr) <= 1);
+    require(daemon_islocalmonitor(&origin.addr) <= 1);
     daemon_procnetmsg(&agent, 1, 0);
     world_sound();
     return 0;

@@ -1,18 +1,12 @@
 // Any bytes from the host to a unit of any model, with things happening in between: the first byte chooses
 // the model, a byte above 0xE8 lets time pass or something happen, all others are sent. Each command gets at
 // most one reply, each reply is whole, and the status line never loses its form.
+#include "fuzz_support.h"
 #include "sim/sim.h"
 #include "sim/sim_protocol.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
-
-static void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 static void happen(sim::Sim &simulation, sim::Time &now, unsigned what)
 {

@@ -1,15 +1,9 @@
 // Any text as a scenario and as lines of the control channel. Whatever is written, the simulator answers each
 // line with one of its forms, keeps running, and its escapes are read back the same.
+#include "fuzz_support.h"
 #include "sim/sim.h"
 
 #include <cstdint>
-#include <cstdlib>
-
-static void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 static void check_escapes(std::string_view text)
 {

@@ -1,11 +1,11 @@
 // Random bytes through the Japanese text conversion: every converter, with a bare pointer and with a span,
 // both ways over the network boundary. Input: one byte of options, one byte for the room, the text.
 #include "agent_daemon_text.h"
+#include "fuzz_support.h"
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <span>
 #include <string>
@@ -39,12 +39,6 @@ static constexpr std::array<boundary_pair, 2> BOUNDARIES = {{
     {JConvForDataInFromNetwork, JConvForDataInFromNetwork, 2},
     {JConvForDataOutToNetwork, JConvForDataOutToNetwork, 1},
 }};
-
-static void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 // Exactly `size` bytes on the heap, none of them a NUL, so that a sanitizer sees the byte behind.
 static std::unique_ptr<char[]> room_of(std::size_t size)

@@ -3,13 +3,13 @@
 // answer is a minute that matches, not before now, and none before it within the next hours; malformed text
 // has none.
 #include "ea/auto.h"
+#include "fuzz_support.h"
 #include "tests/unit/auto_oracle.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -38,14 +38,6 @@ static constexpr std::array<const char *, 8> ZONES = {
     "STD0DST,J88/2,J300/2",
 };
 static constexpr int WALK = 600;  // min
-
-static void require(bool holds, const char *what)
-{
-    if (holds)
-        return;
-    std::fprintf(stderr, "broken: %s\n", what);
-    std::abort();
-}
 
 template <typename T> static T take(std::string_view &input)
 {

@@ -2,13 +2,13 @@
 // up. The first two bytes choose the model and the state of the line. The record never shows a code that does
 // not exist, whatever came.
 #include "agent_ups_internal.h"
+#include "fuzz_support.h"
 #include "wp_field.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -20,12 +20,6 @@ extern "C" int select(int n, fd_set *reads, fd_set *writes, fd_set *errors, time
         return 0;
     const timespec limit{timeout->tv_sec, timeout->tv_usec * 1000};
     return pselect(n, reads, writes, errors, &limit, nullptr);
-}
-
-static void require(bool holds)
-{
-    if (!holds)
-        std::abort();
 }
 
 template <std::size_t N> static bool one_of(int value, const std::array<int, N> &values)

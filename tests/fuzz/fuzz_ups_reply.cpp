@@ -1,17 +1,11 @@
 // The readers of the unit's replies: the first byte chooses the reader, the rest is the reply. What a reader
 // accepts lies in the range of its field.
 #include "agent_ups_reply.h"
+#include "fuzz_support.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string_view>
-
-static void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 static bool digit_range(const TENTHS &t)
 {

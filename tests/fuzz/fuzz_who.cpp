@@ -3,6 +3,7 @@
 // terminal that is found is one of that user's. And as a name, an address and a text that are told.
 #include "e_a.h"
 #include "e_a_notify.h"
+#include "fuzz_support.h"
 #include "no_programs.h"
 #include "wp_field.h"
 
@@ -10,8 +11,6 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string_view>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -22,24 +21,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 // The name of the list is fixed, and it is removed: never where others may have one.
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
-    if (access("/run/voltaria-test", F_OK) == 0)
-        return 0;
-    std::fputs("run this in the sandbox: bin/sandbox -- PROGRAM\n", stderr);
-    std::exit(1);
+    refuse_host();
+    return 0;
 }
 
 // The engine's way to the agent; a line is split without it.
 int Event_CallBack(int, void *, int, int)
 {
     return 0;
-}
-
-static void require(bool holds, const char *what)
-{
-    if (holds)
-        return;
-    std::fprintf(stderr, "broken: %s\n", what);
-    std::abort();
 }
 
 static bool lies_in(std::string_view word, std::string_view line)

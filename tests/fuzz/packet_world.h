@@ -11,6 +11,7 @@
 #include "agent_daemon_engine.h"
 #include "agent_net.h"
 #include "e_a_internal.h"
+#include "fuzz_support.h"
 #include "no_programs.h"
 #include "wp_field.h"
 
@@ -18,40 +19,20 @@
 #include <array>
 #include <csignal>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
 #include <string_view>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 static AGINFO world_block;
 static UPS_USERSINFO world_users;
 
-static void world_refuse_host()
-{
-    struct stat directory;
-    struct stat parent;
-    if (stat("/usr/lib/voltaria", &directory) == 0 && stat("/usr/lib", &parent) == 0 &&
-        directory.st_dev != parent.st_dev && access("/run/voltaria-test", F_OK) == 0)
-        return;
-    std::fputs("run this in the sandbox: bin/sandbox -- PROGRAM\n", stderr);
-    std::exit(1);
-}
-
-static void world_check(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
-
 // Once: the parts that do not change from input to input.
 static void world_start()
 {
-    world_refuse_host();
+    refuse_host();
     std::signal(SIGPIPE, SIG_IGN);
     unlink("/sbin/shutdown");
     agent.chna2u = agent.chnu2a = chnpair{{-1, -1}, {-1, -1}};
@@ -91,12 +72,12 @@ static void world_reset(std::uint8_t choice)
 // What must hold after every packet.
 static void world_sound()
 {
-    world_check(ein.DATA.acp == nullptr && ein.DATA.agentevent == nullptr && eout.DATA.acp == nullptr);
-    world_check(engine.ISSHUTTINGDOWN == 0 || engine.next_off != 0);
-    world_check(engine.downreason != OTHERAGEDOWN || world_block.ups.ui.bIgnoreDown == 0);
-    world_check(Daemon_BufferLen == Daemon_NetBufLen + sizeof(UPS_CLIADDR));
-    world_check(Daemon_NetBufLen >= DAEMON_BUFFER_START);
+    require(ein.DATA.acp == nullptr && ein.DATA.agentevent == nullptr && eout.DATA.acp == nullptr);
+    require(engine.ISSHUTTINGDOWN == 0 || engine.next_off != 0);
+    require(engine.downreason != OTHERAGEDOWN || world_block.ups.ui.bIgnoreDown == 0);
+    require(Daemon_BufferLen == Daemon_NetBufLen + sizeof(UPS_CLIADDR));
+    require(Daemon_NetBufLen >= DAEMON_BUFFER_START);
     int listed = 0;
     for (const NETCLI *client = agent.agnet.clilist; client != nullptr; client = client->next)
-        world_check(client == &net_client_p[static_cast<std::size_t>(listed++)] && client->sockfd >= 0);
+        require(client == &net_client_p[static_cast<std::size_t>(listed++)] && client->sockfd >= 0);
 }
