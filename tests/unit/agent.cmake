@@ -9,6 +9,7 @@ voltaria_unit_test(agent_lock SANDBOX SOURCES agent_lock_test.cpp LIBS agentlib 
 voltaria_unit_test(agent_memory SANDBOX SOURCES agent_memory_test.cpp LIBS agentlib engine)
 voltaria_unit_test(agent_channel SANDBOX SOURCES agent_channel_test.cpp agent_callback_test.cpp LIBS agentlib engine)
 voltaria_unit_test(agent_requests SANDBOX SOURCES agent_requests_test.cpp agent_loop_test.cpp LIBS agentlib engine)
+voltaria_unit_test(agent_orders_test SOURCES agent_orders_test.cpp LIBS agentlib engine)
 voltaria_unit_test(agent_settings SANDBOX SOURCES agent_queries_test.cpp agent_settings_test.cpp LIBS agentlib engine)
 voltaria_unit_test(agent_logins SANDBOX SOURCES agent_password_test.cpp agent_inquiry_test.cpp LIBS agentlib engine
                    SANDBOX_OPTIONS --interfaces 2)

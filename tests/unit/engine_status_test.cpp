@@ -1,228 +1,466 @@
-// The status record as it is filled at start-up: settings that the unit does not tell, and the last events.
-#include "tests/unit/engine_fixture.h"
+// The status monitor's passes as a whole: settings that change, mains failures from begin to end, and what
+// must not be taken for one another.
+#include "tests/unit/engine_status_fixture.h"
 
-#include "wp_field.h"
+// ---- settings
 
-class EngineStatus : public Engine
+TEST_F(Monitor, SettingsThatChangeAreAnnouncedOnceEach)
 {
-  protected:
-    int fill(std::string_view settings)
-    {
-        write_file(CONFIG_PATH, "\n[ UPS ]\n" + std::string(settings));
-        return getupsstatus(&ups.ui);
-    }
+    connect();
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(count(E_CB_SETTINGSCHANGED), 0);
+    field_set(ups.up.commparam.Group, "Other");
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(count(E_CB_SETTINGSCHANGED), 1);
+    ups.ui.AgentType = 5;
+    ups.up.commparam.bIgnore = 1;
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(count(E_CB_SETTINGSCHANGED), 2);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(count(E_CB_SETTINGSCHANGED), 0);
+}
 
-    void set_unit(std::string_view model, std::int8_t port = 0)
-    {
-        field_set(ups.ui.upsmodel, model);
-        ups.ui.ComId = port;
-    }
-
-    /// Where the battery date of a model comes from: "file", "unit" or "nowhere".
-    std::string date_source(std::string_view model)
-    {
-        recorder.calls.clear();
-        recorder.battdate = {99, 1, 1, 0, 0, 0, 0};
-        set_unit(model);
-        ups.ui.PreChangeBatt = {};
-        fill(" Group = G\n ChangeBattTime = 105,02,03,04,05,06\n");
-        const bool asked = !recorder.calls.empty();
-        if (ups.ui.PreChangeBatt.year == 105 && !asked)
-            return "file";
-        return ups.ui.PreChangeBatt.year == 99 && asked ? "unit" : "nowhere";
-    }
-};
-
-TEST_F(EngineStatus, EachRoleIsShownWithItsFlag)
+TEST_F(Monitor, TheFirstPassAnnouncesEverySettingAndTheLink)
 {
-    const std::array<std::pair<const char *, const std::int32_t *>, 4> cases = {{
-        {"1", &engine.ISPROTECTOR},
-        {"4", &engine.ISSERVERAGLOW},
-        {"5", &engine.ISSERVERAGNORMAL},
-        {"6", &engine.ISSERVERAGHIGH},
+    ups.up.commparam.bIgnore = 1;
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(count(E_CB_SETTINGSCHANGED), 5);
+}
+
+TEST_F(Monitor, AnotherModelLoadsSettingsAndSchedules)
+{
+    connect();
+    write_file(CONFIG_PATH, "\n[ ShutDown ]\n EXPECTBLIFE = 90\n");
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(engine.EXPBLIFE, 60u);
+    EXPECT_FALSE(schedules_read());
+    set_model("ZR401");
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(engine.EXPBLIFE, 90u);
+    EXPECT_TRUE(schedules_read());
+    EXPECT_EQ(count(E_CB_SETTINGSCHANGED), 1);
+}
+
+TEST_F(Monitor, TheEndOfASelfTestReadsTheSchedules)
+{
+    connect();
+    set_unit(UPSSTAT_TESTING, UPSBIT_TESTING);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_FALSE(schedules_read());
+    set_unit(UPSSTAT_NORMAL, UPSBIT_TESTING);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_TRUE(schedules_read());
+    EXPECT_EQ(pass(), 0);
+    EXPECT_FALSE(schedules_read());
+}
+
+TEST_F(Monitor, TheEndOfASelfTestReadsNoSchedulesOnTheWayDown)
+{
+    connect(UPSSTAT_TESTING, UPSBIT_TESTING);
+    engine.ISSHUTTINGDOWN = 1;
+    set_unit(UPSSTAT_NORMAL, UPSBIT_TESTING);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_FALSE(schedules_read());
+    engine.ISSHUTTINGDOWN = 0;
+    engine.LASTUPSSTAT = UPSSTAT_TESTING;
+    engine.ACFAIL_off = 1'078'477'700;
+    EXPECT_EQ(pass(), 0);
+    EXPECT_FALSE(schedules_read());
+}
+
+TEST_F(Monitor, TheCommonSwitchOfTheSchedulesFollowsModelCapabilitiesAndRestart)
+{
+    const std::array<std::tuple<const char *, std::uint32_t, int, int>, 6> cases = {{
+        {"ZM300LT", 0, 1, 1},
+        {"ZM300LT", 0, 0, -1},
+        {"ZM300LT", UPSBIT_CF, 1, 0},
+        {"ZR900PL", 0, 1, 0},
+        {"AZM", 0, 0, 0},
+        {"", 0, 1, 0},
     }};
-    for (const auto &[text, flag] : cases) {
-        EXPECT_EQ(fill(" AgentType = " + std::string(text) + "\n"), 0);
-        EXPECT_EQ(std::to_string(ups.ui.AgentType), text);
-        EXPECT_EQ(*flag, 1);
-        EXPECT_EQ(engine.ISPROTECTOR + engine.ISSERVERAGLOW + engine.ISSERVERAGNORMAL + engine.ISSERVERAGHIGH,
-                  1);
+    connect();
+    for (const auto &[model, bits, reboot, on] : cases) {
+        set_model(model);
+        set_unit(UPSSTAT_NORMAL, bits);
+        ups.ui.bAutoReboot = reboot;
+        EXPECT_EQ(pass(), 0);
+        EXPECT_EQ(engine.sche_on, on) << model << ' ' << bits << ' ' << reboot;
     }
 }
 
-TEST_F(EngineStatus, ARoleThatDoesNotExistIsShownAsHighPriority)
+TEST_F(Monitor, ARestartSettingThatChangesReadsTheSchedules)
 {
-    EXPECT_EQ(fill(" AgentType = 2\n Group = G\n BuzzerCan = on\n AutoTestCan = on\n"), 0);
-    EXPECT_EQ(ups.ui.AgentType, 6u);
-    EXPECT_EQ(engine.ISSERVERAGHIGH, 1);
-    EXPECT_EQ(error_text(), "");
+    set_model("ZM300LT");
+    connect();
+    EXPECT_EQ(engine.reboot_old, 1);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_FALSE(schedules_read());
+    ups.ui.bAutoReboot = 0;
+    EXPECT_EQ(pass(), 0);
+    EXPECT_TRUE(schedules_read());
+    EXPECT_EQ(engine.reboot_old, 0);
 }
 
-TEST_F(EngineStatus, AMissingRoleIsHighPriorityAndComplainedAbout)
+TEST_F(Monitor, ARestartSettingOfAUnitWithoutTheCommonSwitchReadsNothing)
 {
-    EXPECT_EQ(fill(" Group = G\n BuzzerCan = on\n AutoTestCan = on\n"), 0);
-    EXPECT_EQ(ups.ui.AgentType, 6u);
-    EXPECT_EQ(engine.ISSERVERAGHIGH, 1);
-    EXPECT_EQ(error_text(), "Cannot read AgentType from config file");
-}
-
-TEST_F(EngineStatus, TheBuzzerIsOnUnlessTheTextBeginsWithOff)
-{
-    const std::array<std::pair<const char *, int>, 6> cases = {
-        {{"on", 1}, {"off", 0}, {"offline", 0}, {"Off", 1}, {"", 1}, {"0", 1}}};
-    for (const auto &[text, can] : cases) {
-        EXPECT_EQ(fill(" BuzzerCan = " + std::string(text) + "\n"), 0);
-        EXPECT_EQ(ups.ui.BuzzerCan, can) << text;
+    connect();
+    for (const int reboot : {0, 1}) {
+        ups.ui.bAutoReboot = reboot;
+        EXPECT_EQ(pass(), 0);
+        EXPECT_FALSE(schedules_read());
+        EXPECT_EQ(engine.reboot_old, -1);
     }
 }
 
-TEST_F(EngineStatus, AMissingBuzzerSettingLeavesTheField)
+TEST_F(Monitor, APassRemembersWhatItSaw)
 {
-    ups.ui.BuzzerCan = 7;
-    EXPECT_EQ(fill(" AgentType = 4\n Group = G\n AutoTestCan = on\n"), 0);
-    EXPECT_EQ(ups.ui.BuzzerCan, 7);
-    EXPECT_EQ(error_text(), "Cannot read BuzzerCan from config file");
+    EXPECT_EQ(engine.LASTBATTSTATUS, 1);
+    EXPECT_EQ(engine.reboot_old, -1);
+    ups.ui.BattStatus = 5;
+    connect(UPSSTAT_BYPASS, UPSBIT_BYPASS);
+    EXPECT_EQ(engine.LASTUPSSTAT, UPSSTAT_BYPASS);
+    EXPECT_EQ(engine.LASTBATTSTATUS, 5);
+    EXPECT_EQ(engine.LASTCOMMSTATUS, COMM_ESTABLISHED);
+    EXPECT_EQ(engine.last_u_status, UPSBIT_BYPASS);
 }
 
-TEST_F(EngineStatus, TheSelfTestTimerIsOnOffOrAsItWas)
+TEST_F(Monitor, AnIgnoredOrderOfAnotherAgentStopsThePassBeforeAnythingElse)
 {
-    const std::array<std::pair<const char *, int>, 5> cases = {
-        {{"on", 1}, {"off", 0}, {"maybe", 7}, {"", 7}, {"ON", 7}}};
-    for (const auto &[text, can] : cases) {
-        ups.ui.AutoTestCan = 7;
-        EXPECT_EQ(fill(" AutoTestCan = " + std::string(text) + "\n"), 0);
-        EXPECT_EQ(ups.ui.AutoTestCan, can) << text;
+    connect();
+    engine.downreason = OTHERAGEDOWN;
+    engine.beDoCmdDown = 1;
+    ups.up.commparam.bIgnore = 1;
+    ups.ui.timeinfo = {};
+    set_unit(UPSSTAT_ACFAIL, UPSBIT_ACFAIL);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(raised, ids{});
+    EXPECT_EQ(engine.beDoCmdDown, 1);
+    EXPECT_EQ(engine.last_u_status, 0u);
+    EXPECT_EQ(ups.ui.timeinfo.year, 0);
+    EXPECT_EQ(count(E_CB_SETTINGSCHANGED), 1);
+    ups.up.commparam.bIgnore = 0;
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(raised, ids{65});
+    EXPECT_EQ(engine.beDoCmdDown, 0);
+}
+
+TEST_F(Monitor, AnEventThatFailsFailsThePassWhichGoesOn)
+{
+    events[25].EventID = 999;  // "UPS Communication established"
+    set_link(COMM_ESTABLISHED);
+    set_unit(UPSSTAT_NORMAL, UPSBIT_OVERLOAD);
+    EXPECT_EQ(pass(), -1);
+    EXPECT_EQ(raised, ids{78});
+    EXPECT_EQ(count(E_CB_STATUSCHANGED), 1);
+    EXPECT_EQ(pass(), 0);
+}
+
+TEST_F(Monitor, ARestoreWhoseEventFailsIsNoFailure)
+{
+    connect();
+    fail_mains();
+    events[24].EventID = 999;  // "UPS AC Restore"
+    set_unit(UPSSTAT_NORMAL, 0);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(recorder.english, texts{"UPS AC Restore"});
+}
+
+TEST_F(Monitor, AnIdlePassSendsNothing)
+{
+    connect();
+    EXPECT_EQ(pass(), 0);
+    EXPECT_TRUE(recorder.calls.empty());
+    EXPECT_EQ(raised, ids{});
+}
+
+// ---- a mains failure
+
+TEST_F(Monitor, MainsThatReturnInTimeEndTheCountdown)
+{
+    connect();
+    fail_mains();
+    EXPECT_EQ(raised, ids{65});
+    EXPECT_EQ(engine.ACFAIL_off, 1'078'477'622 + 60);
+    EXPECT_EQ(count(E_CB_SETTINGSCHANGED), 1);
+    EXPECT_TRUE(recorder.english.empty());
+    advance(59);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(raised, ids{});
+    EXPECT_EQ(engine.ACFAIL_duration, 59);
+    engine.BATTLOW_off = 5;
+    restore_mains();
+    EXPECT_EQ(raised, ids{0});
+    EXPECT_EQ(recorder.english, texts{"UPS AC Restore"});
+    EXPECT_EQ(recorder.localised, texts{"UPS AC Restore"});
+    EXPECT_EQ(engine.ACFAIL_off, 0);
+    EXPECT_EQ(engine.BATTLOW_off, 0);
+    EXPECT_EQ(engine.downreason, NONE);
+    EXPECT_EQ(engine.ACFAIL_duration, 0);
+    EXPECT_EQ(engine.just_fail, 0);
+    EXPECT_EQ(engine.ISSHUTTINGDOWN, 0);
+}
+
+// With the timer behind each pass, as the agent runs them.
+TEST_F(Monitor, TheTimerTakesUpAFailureAndLetsItGo)
+{
+    connect();
+    set_unit(UPSSTAT_ACFAIL, UPSBIT_ACFAIL);
+    EXPECT_EQ(act(E_CMD_CHECKSTATUS), 0);
+    EXPECT_EQ(engine.downreason, AC_FAIL);
+    EXPECT_EQ(engine.next_off, 1'078'477'622 + 60);
+    advance(30);
+    set_clock(timenow() + 7200);
+    EXPECT_EQ(act(E_CMD_CHECKSTATUS), 0);
+    EXPECT_EQ(engine.ACFAIL_off, timenow() + 30);
+    EXPECT_EQ(engine.downreason, AC_FAIL);
+    set_unit(UPSSTAT_NORMAL, 0);
+    EXPECT_EQ(act(E_CMD_CHECKSTATUS), 0);
+    EXPECT_EQ(engine.downreason, NONE);
+    EXPECT_EQ(engine.next_off, 0);
+    EXPECT_EQ(engine.ISSHUTTINGDOWN, 0);
+    EXPECT_EQ(ups.ui.nextdown.year, 0);
+}
+
+TEST_F(Monitor, MainsThatReturnAfterTheShutdownHasBegunDoNotStopIt)
+{
+    connect();
+    fail_mains();
+    advance(61);
+    engine.ISSHUTTINGDOWN = 1;
+    const std::time_t deadline = engine.ACFAIL_off;
+    restore_mains();
+    EXPECT_EQ(raised, ids{0});
+    EXPECT_EQ(engine.ACFAIL_off, deadline);
+    EXPECT_EQ(engine.downreason, AC_FAIL);
+    EXPECT_EQ(engine.just_fail, 0);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(engine.ACFAIL_off, deadline);
+}
+
+TEST_F(Monitor, MainsThatReturnDuringAnotherShutdownEndTheirOwnCountdown)
+{
+    connect();
+    fail_mains();
+    engine.downreason = USER_SPECIFY;
+    engine.ISSHUTTINGDOWN = 1;
+    engine.BATTLOW_off = 5;
+    restore_mains();
+    EXPECT_EQ(engine.ACFAIL_off, 0);
+    EXPECT_EQ(engine.BATTLOW_off, 5);
+    EXPECT_EQ(engine.downreason, USER_SPECIFY);
+}
+
+TEST_F(Monitor, ASecondFailureHasItsFullTime)
+{
+    connect();
+    fail_mains();
+    advance(40);
+    restore_mains();
+    advance(100);
+    engine.ACFAIL_duration = 40;
+    fail_mains();
+    EXPECT_EQ(raised, ids{65});
+    EXPECT_EQ(engine.ACFAIL_duration, 0);
+    EXPECT_EQ(engine.ACFAIL_off, 1'078'477'622 + 140 + 60);
+    EXPECT_EQ(acfail_elapsed(), 0);
+}
+
+TEST_F(Monitor, AClockSetDuringAFailureDoesNotDisturbTheTimeOnBattery)
+{
+    connect();
+    fail_mains();
+    for (const std::time_t jump : {10'000, -20'000}) {
+        advance(10);
+        set_clock(timenow() + jump);
+        EXPECT_EQ(pass(), 0);
+    }
+    EXPECT_EQ(engine.ACFAIL_duration, 20);
+    EXPECT_EQ(acfail_elapsed(), 20);
+}
+
+// Run out, the timer would end the process.
+TEST_F(Monitor, AStopwatchThatNobodyReadsIsKeptFromRunningOut)
+{
+    connect();
+    fail_mains();
+    ups.ui.upsstat = UPSSTAT_NORMAL;
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(pass(), 0);
+        EXPECT_EQ(engine.ACFAIL_off, 0);
+        itimerval left{};
+        ASSERT_EQ(getitimer(ITIMER_REAL, &left), 0);
+        EXPECT_GT(left.it_value.tv_sec, 400'000);
+        advance(400'000);
     }
 }
 
-TEST_F(EngineStatus, AMissingTimerSettingLeavesTheField)
+TEST_F(Monitor, ALongLifeIsTakenAsASignedSpan)
 {
-    ups.ui.AutoTestCan = 7;
-    EXPECT_EQ(fill(" AgentType = 4\n Group = G\n BuzzerCan = on\n"), 0);
-    EXPECT_EQ(ups.ui.AutoTestCan, 7);
-    EXPECT_EQ(error_text(), "Cannot read AutoTestCan from config file");
+    connect();
+    engine.EXPBLIFE = 0xFFFFFFFF;
+    fail_mains();
+    EXPECT_EQ(engine.ACFAIL_off, 1'078'477'622 - 1);
 }
 
-TEST_F(EngineStatus, TheBatteryDateComesFromTheUnitOrTheFileByModel)
+TEST_F(Monitor, DeadlinesBeyondTheYear2038AreKept)
 {
-    EXPECT_EQ(date_source("ZR900PL"), "file");
-    EXPECT_EQ(date_source("ZR950PL-2"), "file");
-    EXPECT_EQ(date_source("ZQ100"), "file");
-    EXPECT_EQ(date_source("ZM750"), "unit");
-    EXPECT_EQ(date_source("ZR401"), "unit");
-    EXPECT_EQ(date_source("ZR900P"), "unit");
-    EXPECT_EQ(date_source("ZX100"), "file");
-    EXPECT_EQ(date_source("UNKNOWN"), "file");
-    EXPECT_EQ(date_source(""), "file");
+    set_clock(4'000'000'000);
+    connect();
+    fail_mains();
+    EXPECT_EQ(engine.ACFAIL_off, 4'000'000'060);
 }
 
-TEST_F(EngineStatus, TheUnitIsAskedWithARecordOfItsOwn)
+// Telling an event may take long; the time is read behind it.
+TEST_F(Monitor, DeadlinesCountFromWhenTheirEventHasBeenTold)
 {
-    set_unit("ZM750");
-    EXPECT_EQ(fill(" Group = G\n"), 0);
-    EXPECT_EQ(recorder.calls, (std::vector<callback>{{2048, 0, 0}}));
-    EXPECT_NE(recorder.data.at(0), nullptr);
+    const std::time_t start = timenow();
+    connect();
+    set_unit(UPSSTAT_ACFAIL, UPSBIT_ACFAIL);
+    pass_that_tells(8, 20);  // "UPS Ac fail"
+    EXPECT_EQ(engine.ACFAIL_off, start + 20 + 60);
+    set_unit(UPSSTAT_ACFAIL, UPSBIT_ACFAIL | UPSBIT_BATTLOW);
+    pass_that_tells(0, 20);  // "UPS Battery Low"
+    EXPECT_EQ(engine.BATTLOW_off, start + 40);
+    EXPECT_EQ(engine.next_off, start + 40);
+    set_link(COMM_LOST);
+    EXPECT_EQ(pass(), 0);
+    set_link(COMM_ESTABLISHED);
+    set_unit(UPSSTAT_NORMAL, 0);
+    pass_that_tells(25, 20);  // "UPS Communication established"
+    EXPECT_EQ(engine.LASTCOMESTTIME, start + 60);
 }
 
-TEST_F(EngineStatus, AUnitThatDoesNotAnswerLeavesTheDateAndIsComplainedAbout)
+// ---- what must not be taken for one another
+
+TEST_F(Monitor, ASelfTestIsNoMainsFailure)
 {
-    set_unit("ZM750");
-    ups.ui.PreChangeBatt.year = 77;
-    recorder.battdate.year = 99;
-    recorder.results[2048] = -1;
-    EXPECT_EQ(fill(" AgentType = 4\n Group = G\n BuzzerCan = on\n AutoTestCan = on\n"), 0);
-    EXPECT_EQ(ups.ui.PreChangeBatt.year, 77);
-    EXPECT_EQ(error_text(), "Cannot get change battery time");
+    connect();
+    set_unit(UPSSTAT_TESTING, UPSBIT_TESTING);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(raised, ids{});
+    EXPECT_EQ(engine.ACFAIL_off, 0);
+    EXPECT_EQ(engine.ISTESTTING, 1);
+    ups.ui.sftResUPS.Result = SELFTEST_PASSED;
+    set_unit(UPSSTAT_NORMAL, 0);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(raised, ids{2});
+    EXPECT_EQ(engine.ACFAIL_off, 0);
+    EXPECT_EQ(engine.ISTESTTING, 0);
 }
 
-TEST_F(EngineStatus, AModelWithoutADateInTheFileHasNone)
+TEST_F(Monitor, AMainsFailureDuringASelfTestIsToldAndCountsOnAfterIt)
 {
-    for (const char *model : {"UNKNOWN", "ZQ100", "ZR900PL"}) {
-        set_unit(model);
-        ups.ui.PreChangeBatt.year = 77;
-        EXPECT_EQ(fill(" Group = G\n"), 0);
-        EXPECT_EQ(ups.ui.PreChangeBatt.year, 0) << model;
+    connect();
+    set_unit(UPSSTAT_TESTING, UPSBIT_TESTING);
+    EXPECT_EQ(pass(), 0);
+    set_unit(UPSSTAT_ACFAIL, UPSBIT_TESTING | UPSBIT_ACFAIL);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(raised, ids{65});
+    advance(10);
+    ups.ui.sftResUPS.Result = SELFTEST_PASSED;
+    set_unit(UPSSTAT_ACFAIL, UPSBIT_ACFAIL);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(raised, ids{2});
+    EXPECT_EQ(engine.ACFAIL_off, 1'078'477'622 + 60);
+    EXPECT_EQ(acfail_elapsed(), 10);
+}
+
+TEST_F(Monitor, AMainsFailureThatEndsATestIsTold)
+{
+    connect();
+    set_unit(UPSSTAT_TESTING, UPSBIT_TESTING);
+    EXPECT_EQ(pass(), 0);
+    ups.ui.sftResUPS.Result = SELFTEST_FAILED;
+    set_unit(UPSSTAT_ACFAIL, UPSBIT_ACFAIL);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(raised, (ids{69, 65}));
+    EXPECT_NE(engine.ACFAIL_off, 0);
+}
+
+TEST_F(Monitor, AMainsFailureDuringAFaultOrOverloadIsTold)
+{
+    for (const std::int8_t code : {UPSSTAT_FAULT, UPSSTAT_OVERLOAD}) {
+        connect();
+        set_unit(code, UPSBIT_ACFAIL);
+        EXPECT_EQ(pass(), 0);
+        EXPECT_EQ(pass(), 0);
+        EXPECT_NE(engine.ACFAIL_off, 0);
+        restore_mains();
+        EXPECT_EQ(engine.ACFAIL_off, 0);
     }
 }
 
-TEST_F(EngineStatus, WithoutAPortTheDateIsLeftAlone)
+TEST_F(Monitor, ALostLinkIsNoMainsFailure)
 {
-    for (const std::int8_t port : {COMID_NONE, COMID_NOUPS}) {
-        set_unit("ZM750", port);
-        ups.ui.PreChangeBatt.year = 77;
-        EXPECT_EQ(fill(" ChangeBattTime = 105,02,03,04,05,06\n Group = G\n"), 0);
-        EXPECT_EQ(ups.ui.PreChangeBatt.year, 77);
-        EXPECT_TRUE(recorder.calls.empty());
+    connect();
+    set_link(COMM_LOST);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(raised, ids{64});
+    ups.upsstat = UPSBIT_ACFAIL;
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(pass(), 0);
+        EXPECT_EQ(raised, ids{});
+        EXPECT_EQ(engine.ACFAIL_off, 0);
+        EXPECT_EQ(engine.downreason, NONE);
     }
 }
 
-TEST_F(EngineStatus, AGroupIsShownCutToFifteen)
+// ---- codes and bits that disagree
+
+TEST_F(Monitor, ACodeThatSaysMainsEndsTheCountdown)
 {
-    EXPECT_EQ(fill(" Group = ABCDEFGHIJKLMNOPQRST\n"), 0);
-    EXPECT_EQ(field_view(ups.ui.Group), "ABCDEFGHIJKLMNO");
+    for (const std::int8_t code : {UPSSTAT_NORMAL, UPSSTAT_TESTING}) {
+        connect();
+        fail_mains();
+        ups.ui.upsstat = code;
+        EXPECT_EQ(pass(), 0);
+        EXPECT_EQ(raised, ids{});
+        EXPECT_EQ(engine.ACFAIL_off, 0);
+        EXPECT_EQ(engine.downreason, NONE);
+        EXPECT_EQ(engine.just_fail, 1);
+        restore_mains();
+        EXPECT_EQ(raised, ids{0});
+        EXPECT_EQ(engine.just_fail, 0);
+    }
 }
 
-TEST_F(EngineStatus, AMissingGroupIsShownAndWrittenBack)
+TEST_F(Monitor, ACodeThatSaysMainsDoesNotStopAShutdownUnderWay)
 {
-    EXPECT_EQ(fill(" AgentType = 4\n"), 0);
-    EXPECT_EQ(field_view(ups.ui.Group), "Group A");
-    EXPECT_EQ(error_text(), "Cannot read Group from config file");
-    EXPECT_EQ(read_file(CONFIG_PATH), "\n[ UPS ]\n AgentType = 4\n\n Group = Group A\n");
+    connect();
+    fail_mains();
+    engine.ISSHUTTINGDOWN = 1;
+    const std::time_t deadline = engine.ACFAIL_off;
+    ups.ui.upsstat = UPSSTAT_NORMAL;
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(engine.ACFAIL_off, deadline);
+    EXPECT_EQ(engine.downreason, AC_FAIL);
 }
 
-TEST_F(EngineStatus, TimesShowNowAndTheNextSchedule)
+TEST_F(Monitor, AFailureWhoseCountdownWasEndedByAPassingCodeIsToldAgain)
 {
-    engine.SCH_off = 1'078'477'623;
-    ups.ui.nextboot.year = 7;
-    EXPECT_EQ(fill(" Group = G\n"), 0);
-    EXPECT_EQ(ups.ui.timeinfo.second, 2);
-    EXPECT_EQ(ups.ui.timeinfo.year, 104);
-    EXPECT_EQ(ups.ui.nextdown.second, 3);
-    EXPECT_EQ(ups.ui.nextboot.year, 0);
+    connect();
+    fail_mains();
+    ups.ui.upsstat = UPSSTAT_NORMAL;
+    EXPECT_EQ(pass(), 0);
+    ups.ui.upsstat = UPSSTAT_ACFAIL;
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(raised, ids{});
+    advance(5);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(raised, ids{65});
+    EXPECT_EQ(engine.ACFAIL_off, 1'078'477'627 + 60);
+    EXPECT_EQ(acfail_elapsed(), 0);
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(raised, ids{});
 }
 
-TEST_F(EngineStatus, ATimeWithoutADateFails)
+TEST_F(Monitor, ACodeOfAFailureWithoutItsBitTellsNothing)
 {
-    set_clock(-1);
-    EXPECT_EQ(fill(" Group = G\n"), -1);
-    set_clock(1);
-    engine.SCH_boot = -1;
-    EXPECT_EQ(fill(" Group = G\n"), -1);
-}
-
-TEST_F(EngineStatus, TheLastEventsAreShownAndTheReservedFlagCleared)
-{
-    engine.EVENTLOGENABLED = 1;
-    ups.ui.bACPI = 5;
-    write_file(LOG_PATH,
-               "21/11/2026 13:14:15  65 255            host\n21/11/2026 13:14:16   0 255            host\n");
-    EXPECT_EQ(fill(" Group = G\n"), 0);
-    EXPECT_EQ(ups.ui.events[0].EventId, 65);
-    EXPECT_EQ(ups.ui.events[1].EventId, 0);
-    EXPECT_EQ(ups.ui.bACPI, 0);
-}
-
-TEST_F(EngineStatus, AMissingLogDoesNotFailTheFill)
-{
-    engine.EVENTLOGENABLED = 1;
-    EXPECT_EQ(fill(" Group = G\n"), 0);
-}
-
-TEST_F(EngineStatus, AMissingBatteryDateIsZeroAndMinusOne)
-{
-    write_file(CONFIG_PATH, "\n[ UPS ]\n");
-    UPS_TIMEINFO date{105, 1, 2, 3, 4, 5, 6};
-    EXPECT_EQ(getbattime(&date), -1);
-    EXPECT_EQ(date.year, 0);
-    EXPECT_EQ(date.second, 0);
-}
-
-TEST_F(EngineStatus, ABatteryDateThatBreaksOffKeepsWhatItHas)
-{
-    write_file(CONFIG_PATH, "\n[ UPS ]\n ChangeBattTime = 105,12\n");
-    UPS_TIMEINFO date{1, 1, 2, 3, 4, 5, 6};
-    EXPECT_EQ(getbattime(&date), 0);
-    EXPECT_EQ(date.year, 105);
-    EXPECT_EQ(date.month, 12);
-    EXPECT_EQ(date.day, 0);
+    connect();
+    set_unit(UPSSTAT_ACFAIL, 0);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(pass(), 0);
+        EXPECT_EQ(raised, ids{});
+        EXPECT_EQ(engine.ACFAIL_off, 0);
+    }
 }

@@ -1,4 +1,5 @@
-# Japanese text, messages, debug output and string functions.
+# Japanese text, messages, debug output and string functions. engine.cmake uses the catalogue too.
+include_guard()
 voltaria_unit_test(text_strings_test SOURCES text_strings_test.cpp LIBS agentlib)
 voltaria_unit_test(text_detect_test SOURCES text_detect_test.cpp LIBS agentlib)
 voltaria_unit_test(text_convert_test SOURCES text_convert_test.cpp LIBS agentlib)
@@ -20,7 +21,3 @@ add_custom_command(
 target_sources(text_message_test PRIVATE ${text_mo_utf8} ${text_mo_euc})
 target_compile_definitions(text_message_test PRIVATE TEXT_CATALOGUE_UTF8="${text_mo_utf8}"
                                                      TEXT_CATALOGUE_EUC="${text_mo_euc}")
-
-# The event actions mail a translated text.
-target_sources(engine_action_test PRIVATE ${text_mo_euc})
-target_compile_definitions(engine_action_test PRIVATE TEXT_CATALOGUE_EUC="${text_mo_euc}")

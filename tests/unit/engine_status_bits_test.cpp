@@ -1,6 +1,6 @@
 // The event bits under the status monitor: self-tests and their results, faults, overload, bypass, the
 // battery.
-#include "tests/unit/engine_monitor.h"
+#include "tests/unit/engine_status_fixture.h"
 
 class MonitorBits : public Monitor
 {

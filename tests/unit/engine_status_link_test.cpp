@@ -1,5 +1,5 @@
 // The link under the status monitor: found, lost, without a port, and what each does to a pending shutdown.
-#include "tests/unit/engine_monitor.h"
+#include "tests/unit/engine_status_fixture.h"
 
 #include "agent_utils.h"
 #include "agent_utils_output.h"

@@ -1,5 +1,5 @@
 // What the status record shows after a pass: the last events, the time, the next shutdown and restart.
-#include "tests/unit/engine_monitor.h"
+#include "tests/unit/engine_status_fixture.h"
 
 #include <cstring>
 
