@@ -4,6 +4,7 @@
 # The minimal Debian, with what the package depends on, is kept in DIRECTORY. As an ordinary user it works in a user
 # namespace, with the ids of /etc/subuid.
 set -euo pipefail
+. "$(dirname "${BASH_SOURCE[0]}")/../support/steps.sh"
 package=$(realpath "$1")
 next=$(realpath "$2")
 out=$(cd "$3" && pwd)
@@ -236,23 +237,6 @@ EOF
     rm -rf "$root/run/systemd/system" "$root/root/systemctl"
     echo "$said"
     grep -q 'asked by: voltariad-init$' <<<"$said"
-}
-
-step() {
-    local name=$1 from=$SECONDS status
-    shift
-    printf '%-34s ' "$name"
-    # Not in a condition, where a function runs on behind what fails.
-    set +e
-    (set -e; "$@") >"$log/${name// /-}.log" 2>&1
-    status=$?
-    set -e
-    if [ "$status" -ne 0 ]; then
-        printf 'FAILED (%d s)\n' $((SECONDS - from))
-        tail -n 60 "$log/${name// /-}.log"
-        exit 1
-    fi
-    printf 'ok (%d s)\n' $((SECONDS - from))
 }
 
 step "minimal Debian 12" fresh_root

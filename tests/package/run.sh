@@ -6,32 +6,25 @@
 # What has not changed since the last run (the package, the minimal Debian) is kept in build/package/.
 set -euo pipefail
 tree=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+. "$tree/tests/support/steps.sh"
 here=$tree/tests/package
 out=$tree/build/package
 log=$out/logs
+
+usage() {
+    sed -n '2,/^set/s/^# \{0,1\}//p' "${BASH_SOURCE[0]}"
+}
+
+case "$#:${1:-}" in
+0: | 1:build) ;;
+1:-h | 1:--help) usage && exit 0 ;;
+*) usage >&2 && exit 2 ;;
+esac
 mkdir -p "$log"
 started=$SECONDS
 # One run at a time: ./check --vm calls this too. Descriptor 9 is the lock of ./check itself.
 exec 8>"$out/lock"
 flock 8
-
-# step NAME COMMAND...: one line; what the command printed is shown when it fails.
-step() {
-    local name=$1 from=$SECONDS status
-    shift
-    printf '%-34s ' "$name"
-    # Not in a condition, where a function runs on behind what fails.
-    set +e
-    (set -e; "$@") >"$log/${name// /-}.log" 2>&1
-    status=$?
-    set -e
-    if [ "$status" -ne 0 ]; then
-        printf 'FAILED (%d s)\n' $((SECONDS - from))
-        tail -n 60 "$log/${name// /-}.log"
-        exit 1
-    fi
-    printf 'ok (%d s)\n' $((SECONDS - from))
-}
 
 # The tree as a fresh clone has it, or nearly so: no build directories, no version control.
 tree_files() {

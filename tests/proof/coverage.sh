@@ -9,12 +9,14 @@
 # The pages with every line are in build/coverage/report/index.html. Debian packages besides those of the build: gcovr.
 set -euo pipefail
 tree=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+. "$tree/tests/support/steps.sh"
 out=$tree/build/coverage
 selected=()
 tests=all
+step_errors='error:|\*\*\*(Failed|Timeout|Exception)|Failure|^CMake Error'
 
 usage() {
-    sed -n '2,/^set/s/^# \{0,1\}//p' "${BASH_SOURCE[0]}" | head -n -1
+    sed -n '2,/^set/s/^# \{0,1\}//p' "${BASH_SOURCE[0]}"
 }
 
 while [ $# -gt 0 ]; do
@@ -28,25 +30,20 @@ while [ $# -gt 0 ]; do
     esac
     shift
 done
+if ! command -v gcovr >/dev/null; then
+    echo "gcovr is missing; it is in the package of that name" >&2
+    exit 2
+fi
+if [ "$tests" = none ] && [ ! -e "$out/build.ninja" ]; then
+    echo "nothing was counted in $out yet" >&2
+    exit 2
+fi
 log=$out/logs
 mkdir -p "$log"
 started=$SECONDS
 # One run at a time; descriptor 9 is the lock of ./check itself.
 exec 8>"$out/lock"
 flock 8
-
-# step NAME COMMAND...: one line; what the command printed is shown when it fails.
-step() {
-    local name=$1 from=$SECONDS file="$log/${1// /-}.log"
-    shift
-    printf '%-34s ' "$name"
-    if ! "$@" >"$file" 2>&1; then
-        printf 'FAILED (%d s), all of it in %s\n' $((SECONDS - from)) "$file"
-        grep -E 'error:|\*\*\*(Failed|Timeout|Exception)|Failure|^CMake Error' "$file" | tail -n 40 || tail -n 40 "$file"
-        return 1
-    fi
-    printf 'ok (%d s)\n' $((SECONDS - from))
-}
 
 build() {
     cmake --preset coverage -S "$tree" -B "$out" && cmake --build "$out"
@@ -84,7 +81,8 @@ failed=0
 if [ "$tests" != none ]; then
     step "build with counters" build
     [ "$tests" != all ] || forget
-    step "tests" run_tests || failed=1
+    attempt "tests" run_tests
+    [ "$step_status" -eq 0 ] || failed=1
 fi
 step "counters" read_counters
 step "pages" make_pages

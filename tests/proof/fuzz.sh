@@ -11,10 +11,11 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 tree=$PWD
+. tests/support/steps.sh
 grown=${FUZZ_CORPUS:-$tree/build/fuzz-corpus}
 kept=$tree/tests/fuzz/corpus
 finds=$tree/build/fuzz-finds
-logs=$tree/build/fuzz-logs
+log=$tree/build/fuzz-logs
 patience=20         # s for one input
 memory=2048         # MB for one target
 most_findings=5     # of one target in one run
@@ -123,40 +124,37 @@ in_place() {
 
 # build DIRECTORY PRESET [OPTION...]
 build() {
-    local directory=$1 from=$SECONDS log=$logs/build.log
-    bin=$tree/$directory/bin
-    printf '%-24s ' "build"
-    mkdir -p "$logs" "$finds" "$grown"
-    if ! { cmake --preset "$2" -B "$directory" -DVOLTARIA_UNIT_TESTS=OFF "${@:3}" &&
-        cmake --build "$directory" --target sandbox "${targets[@]}"; } >"$log" 2>&1; then
-        echo FAILED
-        tail -n 60 "$log"
-        exit 2
-    fi
-    printf 'ok (%d s)\n' $((SECONDS - from))
+    bin=$tree/$1/bin
+    mkdir -p "$log" "$finds" "$grown"
+    attempt "build" make_targets "$@"
+    [ "$step_status" -eq 0 ] || exit 2
+}
+
+make_targets() {
+    cmake --preset "$2" -B "$1" -DVOLTARIA_UNIT_TESTS=OFF "${@:3}" && cmake --build "$1" --target sandbox "${targets[@]}"
 }
 
 # ------------------------------------------------------------------------------------------------------------- fuzzing
 
 # fuzz_for SECONDS TARGET: one line; again after each finding, until the time is over.
 fuzz_for() {
-    local target=$2 log=$logs/$2.log until=$((SECONDS + $1)) from=$SECONDS executed=0 found=0 count status
+    local target=$2 all=$log/$2.log until=$((SECONDS + $1)) from=$SECONDS executed=0 found=0 count status
     mkdir -p "$grown/$target" "$finds/$target"
-    : >"$log"
+    : >"$all"
     while [ $SECONDS -lt $until ] && [ $found -lt $most_findings ]; do
         status=0
         in_place "$target" "$grown" "$bin/$target" -max_total_time=$((until - SECONDS)) -print_final_stats=1 \
             -timeout=$patience -rss_limit_mb=$memory -close_fd_mask=3 -artifact_prefix="$finds/$target/" \
-            "$grown/$target" "$kept/$target" >"$log.run" 2>&1 || status=$?
-        count=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log.run")
+            "$grown/$target" "$kept/$target" >"$all.run" 2>&1 || status=$?
+        count=$(sed -n 's/^stat::number_of_executed_units: *//p' "$all.run")
         executed=$((executed + ${count:-0}))
-        cat "$log.run" >>"$log"
+        cat "$all.run" >>"$all"
         [ $status -eq 0 ] && break
         found=$((found + 1))
     done
-    rm -f "$log.run"
+    rm -f "$all.run"
     printf '%-24s %12d executions %6d s  %d found\n' "$target" $executed $((SECONDS - from)) $found
-    echo "$target $executed $((SECONDS - from)) $found" >>"$logs/sums"
+    echo "$target $executed $((SECONDS - from)) $found" >>"$log/sums"
 }
 
 tell_findings() {
@@ -171,6 +169,12 @@ tell_findings() {
     done
 }
 
+# Nothing is left running when this ends early.
+end_all() {
+    local group
+    for group in $(jobs -p); do kill -- "-$group" 2>/dev/null || true; done
+}
+
 fuzz() {
     local minutes=$1 jobs share target
     build build/fuzz fuzz
@@ -178,16 +182,20 @@ fuzz() {
     [ "$jobs" -le ${#targets[@]} ] || jobs=${#targets[@]}
     share=$((minutes * 60 * jobs / ${#targets[@]}))
     [ $share -gt 0 ] || share=1
-    : >"$logs/sums"
+    : >"$log/sums"
+    trap end_all EXIT
+    trap 'exit 130' INT TERM HUP
     for target in "${targets[@]}"; do
         while [ "$(jobs -rp | wc -l)" -ge "$jobs" ]; do wait -n || true; done
+        set -m # with a process group of its own
         fuzz_for $share "$target" &
+        set +m
     done
     wait
     tell_findings
     awk '{ executed += $2; seconds += $3; found += $4 }
          END { printf "%d targets, %d executions, %d s in all, %d found\n", NR, executed, seconds, found
-               exit NR == wanted && !found ? 0 : 1 }' wanted=${#targets[@]} "$logs/sums"
+               exit NR == wanted && !found ? 0 : 1 }' wanted=${#targets[@]} "$log/sums"
 }
 
 # ---------------------------------------------------------------------------------------------------- keeping of inputs
@@ -195,18 +203,18 @@ fuzz() {
 # Inputs that were written by hand have names and stay. Those that were found have the name of their hash, and are chosen
 # anew: of all that are known the smallest that reach something that no other does.
 minimise_one() {
-    local target=$1 choice=$grown/choice.$1 log=$logs/$1.merge.log
+    local target=$1 choice=$grown/choice.$1 merge=$log/$1.merge.log
     rm -rf "$choice"
     mkdir -p "$choice/old" "$choice/new" "$grown/$target"
     find "$kept/$target" -type f -regextype posix-extended -regex '.*/[0-9a-f]{40}' -exec mv -t "$choice/old" {} +
     find "$kept/$target" -type f -exec cp -t "$choice/new" {} +
     if in_place "$target" "$grown" "$bin/$target" -merge=1 -use_counters=0 -max_len=$longest_input \
         -timeout=$patience -rss_limit_mb=$memory -close_fd_mask=3 \
-        "$choice/new" "$choice/old" "$grown/$target" >"$log" 2>&1; then
+        "$choice/new" "$choice/old" "$grown/$target" >"$merge" 2>&1; then
         cp -n "$choice/new"/* "$kept/$target/"
     else
         mv -t "$kept/$target" "$choice/old"/* 2>/dev/null || true
-        tail -n 20 "$log"
+        tail -n 20 "$merge"
     fi
     rm -rf "$choice"
     printf '%-24s %4d inputs %8d bytes\n' "$target" "$(find "$kept/$target" -type f | wc -l)" \
@@ -224,11 +232,11 @@ minimise() {
 
 # reached TARGET: "FILE LINE COUNT" of every line with code.
 reached() {
-    local target=$1 profile=$logs/profile
+    local target=$1 profile=$log/profile
     rm -rf "$profile"
     mkdir -p "$profile"
     LLVM_PROFILE_FILE=$profile/raw in_place "$target" "$profile" "$bin/$target" "$kept/$target" \
-        >"$logs/$target.log" 2>&1 || give_up "$target fails: $logs/$target.log"
+        >"$log/$target.log" 2>&1 || give_up "$target fails: $log/$target.log"
     llvm-profdata-14 merge -sparse "$profile/raw" -o "$profile/all"
     llvm-cov-14 export -format=lcov -instr-profile "$profile/all" "$bin/$target" "${@:2}" |
         awk -F '[:,]' -v tree="$tree/" '/^SF:/ { file = substr($0, 4); sub(tree, "", file) }
@@ -253,7 +261,19 @@ judge() {
               bad = 100 * (hit + excuses) < demanded * lines
               printf "%-42s %5d of %5d lines  %5.1f %%%s%s\n%s", file, hit, lines, 100 * hit / lines,
                   excuses ? sprintf("  %d cannot be reached", excuses) : "", bad ? "  TOO FEW" : "", left
-              exit bad }' tests/fuzz/unreached.txt "$1" "$logs/reached"
+              exit bad }' tests/fuzz/unreached.txt "$1" "$log/reached"
+}
+
+# The entries of unreached.txt that name no place in the sources; status 1 if there is one.
+stale_entries() {
+    local list=tests/fuzz/unreached.txt
+    local -a sources
+    mapfile -t sources < <(sed -n 's/^\([a-z_/]*\.[a-z]*\): .*/\1/p' "$list" | sort -u)
+    awk '{ gsub(/^ +| +$/, "") }
+         FILENAME == ARGV[1] { if ($0 != "" && $0 !~ /^#/) named[$0] = 1; next }
+         { delete named[FILENAME ": " above " >> " $0]; above = $0 }
+         END { for (entry in named) { print "no longer there: " entry; bad = 1 }
+               exit bad }' "$list" "${sources[@]}"
 }
 
 coverage() {
@@ -261,16 +281,17 @@ coverage() {
     local -a files
     command -v llvm-cov-14 >/dev/null || give_up "llvm-cov-14 is missing; it is in the package llvm-14"
     build build/fuzz-coverage asan "-DCMAKE_CXX_FLAGS=-fprofile-instr-generate -fcoverage-mapping"
-    : >"$logs/reached"
+    : >"$log/reached"
     for target in "${targets[@]}"; do
         mapfile -t files < <(awk -v target="${target#fuzz_}" -v tree="$tree/" \
             '{ for (i = 2; i <= NF; i++) if ($i == target) print tree $1 }' <<<"$parsers")
         [ ${#files[@]} -gt 0 ] || give_up "whose parser is $target? It is not in the table of this script"
-        reached "$target" "${files[@]}" >>"$logs/reached"
+        reached "$target" "${files[@]}" >>"$log/reached"
     done
     while read -r file its; do
-        if [ -n "$its" ] && grep -q "^$file " "$logs/reached"; then judge "$file" || bad=1; fi
+        if [ -n "$its" ] && grep -q "^$file " "$log/reached"; then judge "$file" || bad=1; fi
     done <<<"$parsers"
+    stale_entries || bad=1
     echo "What cannot be reached, and why: tests/fuzz/unreached.txt"
     return $bad
 }
@@ -299,7 +320,7 @@ case "${1:-}" in
 *)
     minutes=10
     if [[ ${1:-} =~ ^[0-9]+$ ]]; then
-        minutes=$1
+        minutes=$((10#$1))
         shift
     fi
     choose "$@"

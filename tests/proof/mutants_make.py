@@ -32,6 +32,10 @@ class Mutant:
     new: str
     change: str  # "old -> new" of the lines concerned, blanks made single
 
+    def key(self):
+        """Names it in what is kept; the same text may stand in a file twice."""
+        return f"{self.file}:{self.line}: {self.change}"
+
     def apply(self, text):
         return text[:self.begin] + self.new + text[self.end:]
 

@@ -8,22 +8,21 @@
 # What was made of the same package and packages before is used again. Logs are in build/vm/logs/.
 set -euo pipefail
 tree=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+. "$tree/tests/support/steps.sh"
 here=$tree/tests/vm
 out=$tree/build/vm
+log=$out/logs
 started=$SECONDS
 
-# step NAME COMMAND...: one line; what the command printed is shown when it fails.
-step() {
-    local name=$1 from=$SECONDS log="$out/logs/${1// /-}.log"
-    shift
-    printf '%-34s ' "$name"
-    if ! "$@" >"$log" 2>&1; then
-        printf 'FAILED (%d s)\n' $((SECONDS - from))
-        tail -n 60 "$log"
-        exit 1
-    fi
-    printf 'ok (%d s)\n' $((SECONDS - from))
+usage() {
+    sed -n '2,/^set/s/^# \{0,1\}//p' "${BASH_SOURCE[0]}"
 }
+
+case "$#:$*" in
+0: | "2:--break mains" | "2:--break bus") ;;
+1:-h | 1:--help) usage && exit 0 ;;
+*) usage >&2 && exit 2 ;;
+esac
 
 # An emulator that does not even start leaves nothing to test, and that is a failure.
 emulator() {
@@ -46,8 +45,8 @@ if [ "$(dpkg --print-architecture)" != amd64 ]; then
     echo "the virtual machine is a PC: its package can be built on amd64 only"
     exit 1
 fi
-rm -rf "$out/logs"
-mkdir -p "$out/logs"
+rm -rf "$log"
+mkdir -p "$log"
 step "emulator" emulator
 if [ -n "${VOLTARIA_PACKAGE:-}" ]; then
     package=$VOLTARIA_PACKAGE
@@ -61,7 +60,7 @@ echo
 # In the foreground, so that an interrupt from the keyboard reaches it; it leaves nothing running behind.
 status=0
 PYTHONDONTWRITEBYTECODE=1 python3 "$here/story.py" --image "$out" --programs "$out/programs/usr/bin" \
-    --logs "$out/logs" "$@" || status=$?
+    --logs "$log" "$@" || status=$?
 echo
 if [ "$status" -ne 0 ]; then
     printf 'FAILED after %d s, logs in build/vm/logs\n' $((SECONDS - started))
