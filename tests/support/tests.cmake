@@ -13,6 +13,18 @@ add_library(voltaria_test_headers OBJECT ${CMAKE_BINARY_DIR}/tests/precompiled.c
 target_link_libraries(voltaria_test_headers PRIVATE voltaria_test_options)
 target_precompile_headers(voltaria_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
 
+# System tests have nothing that is under test in themselves: they never carry sanitizers.
+add_library(voltaria_system_test_options INTERFACE)
+target_link_libraries(voltaria_system_test_options INTERFACE voltaria_support_options GTest::gtest GTest::gmock)
+target_include_directories(voltaria_system_test_options INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+target_compile_definitions(voltaria_system_test_options INTERFACE VOLTARIA_PROGRAMS="${CMAKE_BINARY_DIR}/bin")
+target_compile_options(voltaria_system_test_options INTERFACE -O0 -g1)
+if(VOLTARIA_SYSTEM_TESTS)
+  add_library(voltaria_system_test_headers OBJECT ${CMAKE_BINARY_DIR}/tests/precompiled.cpp)
+  target_link_libraries(voltaria_system_test_headers PRIVATE voltaria_system_test_options)
+  target_precompile_headers(voltaria_system_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+endif()
+
 # Sanitized programs leave their reports in files, because a daemon that closes its descriptors could not print them;
 # the sandbox looks for the files at the end. It always does, because system tests can be run on the programs of another
 # build.
@@ -25,10 +37,10 @@ function(voltaria_sandboxed target)
   add_dependencies(${target} sandbox standin)
 endfunction()
 
-# What several programs share is compiled once: voltaria_share_sources(LIST LIBS...) puts the objects of these sources in
-# their place in the list of a program's sources.
+# What several programs share is compiled once: voltaria_share_sources(LIST KIND LIBS...) puts the objects of these
+# sources in their place in the list of a program's sources. KIND is test or system_test.
 set(voltaria_shared_sources engine_fixture.cpp ups_unit.cpp bed.cpp vt_stage.cpp schedule_stage.cpp)
-macro(voltaria_share_sources list)
+macro(voltaria_share_sources list kind)
   set(kept)
   foreach(source IN LISTS ${list})
     cmake_path(GET source FILENAME file)
@@ -37,9 +49,8 @@ macro(voltaria_share_sources list)
       if(NOT TARGET shared_${stem})
         add_library(shared_${stem} OBJECT ${source})
         target_include_directories(shared_${stem} PRIVATE ${PROJECT_SOURCE_DIR})
-        target_compile_definitions(shared_${stem} PRIVATE VOLTARIA_PROGRAMS="${CMAKE_BINARY_DIR}/bin")
-        target_link_libraries(shared_${stem} PRIVATE voltaria_test_options ${ARGN})
-        target_precompile_headers(shared_${stem} REUSE_FROM voltaria_test_headers)
+        target_link_libraries(shared_${stem} PRIVATE voltaria_${kind}_options ${ARGN})
+        target_precompile_headers(shared_${stem} REUSE_FROM voltaria_${kind}_headers)
       endif()
       set(source $<TARGET_OBJECTS:shared_${stem}>)
     endif()
@@ -54,7 +65,7 @@ endmacro()
 function(voltaria_unit_test name)
   cmake_parse_arguments(arg "SANDBOX" "" "SOURCES;LIBS;SANDBOX_OPTIONS" ${ARGN})
   list(TRANSFORM arg_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/tests/unit/)
-  voltaria_share_sources(arg_SOURCES ${arg_LIBS})
+  voltaria_share_sources(arg_SOURCES test ${arg_LIBS})
   add_executable(${name} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE voltaria_test_options ${arg_LIBS} GTest::gtest_main)
@@ -67,17 +78,16 @@ endfunction()
 
 # voltaria_system_test(NAME SOURCES... LIBS... [SANDBOX_OPTIONS ...])
 #   A GoogleTest program, tests/system/SOURCES, that starts the real programs: every test runs in a sandbox of its own
-#   and has the test bed (support/testbed.h). VOLTARIA_PROGRAMS is the directory of the programs; one in the environment
+#   and has the test bed (support/testbed.h). Libraries of the product are linked by $<LINK_ONLY:...>, without what they
+#   are compiled with. VOLTARIA_PROGRAMS is the directory of the programs; one in the environment
 #   is taken before the build's own.
 function(voltaria_system_test name)
   cmake_parse_arguments(arg "" "" "SOURCES;LIBS;SANDBOX_OPTIONS" ${ARGN})
   list(TRANSFORM arg_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/tests/system/)
-  voltaria_share_sources(arg_SOURCES testbed ${arg_LIBS})
+  voltaria_share_sources(arg_SOURCES system_test testbed)
   add_executable(${name} ${arg_SOURCES})
-  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
-  target_compile_definitions(${name} PRIVATE VOLTARIA_PROGRAMS="${CMAKE_BINARY_DIR}/bin")
-  target_link_libraries(${name} PRIVATE voltaria_test_options testbed ${arg_LIBS} GTest::gtest_main)
-  target_precompile_headers(${name} REUSE_FROM voltaria_test_headers)
+  target_link_libraries(${name} PRIVATE voltaria_system_test_options testbed ${arg_LIBS} GTest::gtest_main)
+  target_precompile_headers(${name} REUSE_FROM voltaria_system_test_headers)
   voltaria_sandboxed(${name} ${arg_SANDBOX_OPTIONS})
   foreach(program voltariad upssim voltaria voltariactl)
     if(TARGET ${program})

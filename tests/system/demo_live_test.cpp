@@ -11,7 +11,7 @@ using namespace bed;
 namespace
 {
 
-const std::string DEMO = VOLTARIA_PROGRAMS "/demo_play";
+const std::string DEMO = PROGRAMS + "/demo_play";
 
 // The demo on a terminal of this kind and size.
 struct VISIT {

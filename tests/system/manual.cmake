@@ -2,10 +2,8 @@
 # tables of the sources.
 find_program(MANDOC mandoc REQUIRED)
 find_program(GROFF groff REQUIRED)
-set(checks clean related voltaria voltariactl upssim settings events schedules handbook links bash zsh installed)
-if(NOT VOLTARIA_SANITIZE)
-  list(APPEND checks sees_faults) # of the checks themselves, whatever the programs are built with
-endif()
+set(checks clean related voltaria voltariactl upssim settings events schedules handbook links bash zsh installed
+    sees_faults)
 foreach(check ${checks})
   add_test(NAME manual.${check} COMMAND bash ${CMAKE_CURRENT_LIST_DIR}/manual_test.sh ${PROJECT_SOURCE_DIR}
                                         ${CMAKE_BINARY_DIR} check_${check})

@@ -7,6 +7,12 @@ set_target_properties(race_clock PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BIN
 
 voltaria_system_test(system_race SOURCES race_test.cpp race_stage.cpp race_block.cpp vt_stage.cpp bed.cpp)
 target_compile_definitions(system_race PRIVATE VOLTARIA_RACE_CLOCK="$<TARGET_FILE:race_clock>")
+if(VOLTARIA_SANITIZE)
+  set(sanitized 1)
+else()
+  set(sanitized 0)
+endif()
+target_compile_definitions(system_race PRIVATE VOLTARIA_SANITIZED=${sanitized})
 add_dependencies(system_race race_clock)
 set_source_files_properties(${PROJECT_SOURCE_DIR}/tests/system/race_block.cpp PROPERTIES COMPILE_OPTIONS -O2
                             SKIP_PRECOMPILE_HEADERS ON)

@@ -12,12 +12,12 @@ namespace
 
 constexpr int CHANGES_A_ROUND = 40;
 
-// The programs of another build are sanitized ones, slow and no likelier to be caught.
+// Sanitized programs are slow, and no likelier to be caught.
 long wanted(long usual)
 {
     if (const char *text = std::getenv("VOLTARIA_RACE"))
         return std::atol(text);
-    return std::getenv("VOLTARIA_PROGRAMS") != nullptr ? usual / 5 : usual;
+    return VOLTARIA_SANITIZED && std::getenv("VOLTARIA_PROGRAMS") == nullptr ? usual / 5 : usual;
 }
 
 void race_on(Pace pace, long count)

@@ -219,9 +219,17 @@ static int reap(pid_t pid)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// This build's own, or that of another build whose directory the environment names.
+static std::string program_under_test()
+{
+    const char *other = std::getenv("VOLTARIA_PROGRAMS");
+    const std::string own = VOLTARIA_PROGRAM;
+    return other != nullptr && own.ends_with("/voltaria") ? std::string(other) + "/voltaria" : own;
+}
+
 static std::vector<std::string> command(const std::vector<std::string> &arguments)
 {
-    std::vector<std::string> words{VOLTARIA_PROGRAM};
+    std::vector<std::string> words{program_under_test()};
     words.insert(words.end(), arguments.begin(), arguments.end());
     return words;
 }
