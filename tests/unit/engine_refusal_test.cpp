@@ -29,6 +29,7 @@ REFUSABLE(ssize_t, pread, (int fd, void *bytes, std::size_t count, off_t at), (f
 REFUSABLE(int, pipe2, (int ends[2], int flags), (ends, flags), noexcept, -1)
 REFUSABLE(int, close_range, (unsigned first, unsigned last, int flags), (first, last, flags), noexcept, -1)
 REFUSABLE(pid_t, fork, (), (), noexcept, -1)
+REFUSABLE(int, unlink, (const char *path), (path), noexcept, -1)
 REFUSABLE(int, gethostname, (char *name, std::size_t size), (name, size), noexcept, -1)
 REFUSABLE(int, fchown, (int fd, uid_t owner, gid_t group), (fd, owner, group), noexcept, -1)
 REFUSABLE(int, ftruncate, (int fd, off_t size), (fd, size), noexcept, -1)
@@ -134,6 +135,21 @@ TEST_F(Programs, WhoeverWantsToKnowIsToldTheProcesses)
     program_pids = nullptr;
     ASSERT_EQ(started.size(), 1U);
     EXPECT_GT(started.front(), 1);
+}
+
+TEST_F(Programs, ALinkThatCannotBeTakenOutOfTheListsPlaceIsNotFollowed)
+{
+    tell_begin();
+    testbed::set_logged_in("ann pts/3\n");
+    write_file("/victim", "precious");
+    std::filesystem::create_symlink("/victim", "/tmp/PROG_NAME.list");
+    {
+        const Refused refused("unlink", EPERM);
+        EXPECT_EQ(UpdateUserList("ann"), 1);
+    }
+    EXPECT_EQ(field_view(gszUserList[0]), "pts/3");
+    EXPECT_EQ(read_file("/victim"), "precious");
+    std::filesystem::remove("/tmp/PROG_NAME.list");
 }
 
 TEST_F(Programs, WithoutAFileAndAPipeThereIsNoListOfUsers)
