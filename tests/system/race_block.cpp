@@ -156,7 +156,8 @@ void Watcher::look_at_words()
         if (word == seen_[i])
             continue;
         seen_[i] = word;
-        changes_.fetch_add(1, std::memory_order_relaxed);
+        if (scans_ != 0)
+            changes_.fetch_add(1, std::memory_order_relaxed);
         if (const std::string text = legal_.complaint(i, word); !text.empty())
             complain(text);
     }
@@ -170,6 +171,9 @@ void Watcher::look_at_order()
     const auto phase = static_cast<Phase>(before % KINDS);
     if (phase == Phase::Anything)
         return;
+    if ((shared_load(block_->ups.upsstat) & UPSBIT_ACFAIL) == 0)
+        return;
+    judged_.fetch_add(1, std::memory_order_relaxed);
     const std::string text = contradiction(phase);
     if (!text.empty() && phase_.load() == before)
         complain(text);
@@ -178,8 +182,6 @@ void Watcher::look_at_order()
 std::string Watcher::contradiction(Phase phase) const
 {
     const UPS_UPSINFO &ui = block_->ups.ui;
-    if ((shared_load(block_->ups.upsstat) & UPSBIT_ACFAIL) == 0)
-        return "";
     const std::string when =
         phase == Phase::Finding ? "with the bits of a line just found: " : "with the bits up: ";
     if (const int comm = shared_load(ui.CommStatus); comm != COMM_ESTABLISHED)

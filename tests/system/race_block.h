@@ -74,7 +74,8 @@ class Watcher
     void enter(Phase phase);
     /// Ends it. What was found wrong, one line each, the first few of them.
     std::vector<std::string> stop();
-    /// How many times the whole block was read, and how many words were seen to have changed.
+    /// How many times the whole block was read, how many words were seen to have changed, and how many times
+    /// what must stand there with the bits was looked at.
     [[nodiscard]] std::uint64_t scans() const
     {
         return scans_;
@@ -82,6 +83,10 @@ class Watcher
     [[nodiscard]] std::uint64_t changes() const
     {
         return changes_;
+    }
+    [[nodiscard]] std::uint64_t judged() const
+    {
+        return judged_;
     }
 
   private:
@@ -93,6 +98,7 @@ class Watcher
     std::atomic<bool> ending_ = false;
     std::atomic<std::uint64_t> scans_ = 0;
     std::atomic<std::uint64_t> changes_ = 0;
+    std::atomic<std::uint64_t> judged_ = 0;
     std::vector<std::string> complaints_;
     std::thread thread_;
 

@@ -41,10 +41,12 @@ void race_on(Pace pace, long count)
     }
     EXPECT_THAT(watcher.stop(), testing::IsEmpty());
     EXPECT_GT(watcher.changes(), static_cast<std::uint64_t>(count));
+    EXPECT_GT(watcher.judged(), 0U);
     std::printf("%ld passes, %ld changes, %ld mains failures, %ld findings; block read %lu times, %lu words "
-                "changed\n",
+                "changed, %lu times judged with the bits up\n",
                 stage.passes(), stage.changes(), failures, findings,
-                static_cast<unsigned long>(watcher.scans()), static_cast<unsigned long>(watcher.changes()));
+                static_cast<unsigned long>(watcher.scans()), static_cast<unsigned long>(watcher.changes()),
+                static_cast<unsigned long>(watcher.judged()));
 }
 
 }  // namespace
