@@ -1,4 +1,5 @@
-# Figures, not tests, and none that sanitized programs could give; each is run in the sandbox (build/dev/bin/sandbox -- build/dev/bin/NAME [PART]):
+# Figures, not tests, and none that sanitized programs could give; each is run in the sandbox
+# (build/dev/bin/sandbox -- build/dev/bin/NAME [PART]):
 #   bench_agent     models, flips, requests, idle
 #   bench_engine    turn, settings, paging
 #   bench_group     of so many agents; the sandbox with --bridge lan
@@ -30,8 +31,6 @@ target_link_libraries(bench_shutdown PRIVATE voltaria_options testbed)
 add_dependencies(bench_shutdown voltariad upssim sandbox standin)
 
 # Counts allocations in place of the C library, where a sanitizer would stand.
-if(NOT VOLTARIA_SANITIZE)
-  add_executable(bench_engine ${CMAKE_CURRENT_SOURCE_DIR}/bench/bench_engine.cpp)
-  target_link_libraries(bench_engine PRIVATE voltaria_options engine agentlib testbed)
-  add_dependencies(bench_engine sandbox standin)
-endif()
+add_executable(bench_engine ${CMAKE_CURRENT_SOURCE_DIR}/bench/bench_engine.cpp)
+target_link_libraries(bench_engine PRIVATE voltaria_options engine agentlib testbed)
+add_dependencies(bench_engine sandbox standin)

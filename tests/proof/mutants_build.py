@@ -102,9 +102,11 @@ class Project:
     def compile(self, source, file, target, first=(), flags=("-O1", "-g0", "-w")):
         """Compiles the text at `source` as if it were the tree's `file`."""
         old = self.commands[file]
+        # The compiler is the last word before the options; what stands before it only launches it.
+        compiler = next(i for i, word in enumerate(old) if word.startswith("-")) - 1
         command, skip = [], False
-        for word in old:
-            if skip or word.endswith("ccache"):
+        for word in old[compiler:]:
+            if skip:
                 skip = False
             elif word == "-o":
                 skip = True

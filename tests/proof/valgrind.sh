@@ -41,7 +41,7 @@ if [ -z "$memcheck" ] || ! command -v valgrind >/dev/null; then
 fi
 
 build() {
-    cmake --preset plain -S "$tree" -B "$out" -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g" &&
+    cmake --preset plain -S "$tree" -B "$out" -DVOLTARIA_SYSTEM_TESTS=ON -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g" &&
         cmake --build "$out" --target voltariad upssim sandbox system_life
 }
 

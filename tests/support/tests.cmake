@@ -9,9 +9,11 @@ if(VOLTARIA_SANITIZE MATCHES undefined)
 endif()
 file(WRITE ${CMAKE_BINARY_DIR}/tests/precompiled.cpp.in "// Carries the precompiled header.\n")
 configure_file(${CMAKE_BINARY_DIR}/tests/precompiled.cpp.in ${CMAKE_BINARY_DIR}/tests/precompiled.cpp COPYONLY)
-add_library(voltaria_test_headers OBJECT ${CMAKE_BINARY_DIR}/tests/precompiled.cpp)
-target_link_libraries(voltaria_test_headers PRIVATE voltaria_test_options)
-target_precompile_headers(voltaria_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+if(VOLTARIA_UNIT_TESTS)
+  add_library(voltaria_test_headers OBJECT ${CMAKE_BINARY_DIR}/tests/precompiled.cpp)
+  target_link_libraries(voltaria_test_headers PRIVATE voltaria_test_options)
+  target_precompile_headers(voltaria_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+endif()
 
 # System tests have nothing that is under test in themselves: they never carry sanitizers.
 add_library(voltaria_system_test_options INTERFACE)
@@ -73,14 +75,14 @@ function(voltaria_unit_test name)
   if(arg_SANDBOX)
     voltaria_sandboxed(${name} --no-catalogue ${arg_SANDBOX_OPTIONS})
   endif()
-  gtest_discover_tests(${name} TEST_PREFIX "unit." DISCOVERY_TIMEOUT 60 PROPERTIES LABELS unit TIMEOUT 120)
+  gtest_discover_tests(${name} TEST_PREFIX "unit." DISCOVERY_TIMEOUT 60 PROPERTIES LABELS unit TIMEOUT 300)
 endfunction()
 
 # voltaria_system_test(NAME SOURCES... LIBS... [SANDBOX_OPTIONS ...])
 #   A GoogleTest program, tests/system/SOURCES, that starts the real programs: every test runs in a sandbox of its own
 #   and has the test bed (support/testbed.h). Libraries of the product are linked by $<LINK_ONLY:...>, without what they
-#   are compiled with. VOLTARIA_PROGRAMS is the directory of the programs; one in the environment
-#   is taken before the build's own.
+#   are compiled with. VOLTARIA_PROGRAMS is the directory of the programs; one in the environment is taken before the
+#   build's own.
 function(voltaria_system_test name)
   cmake_parse_arguments(arg "" "" "SOURCES;LIBS;SANDBOX_OPTIONS" ${ARGN})
   list(TRANSFORM arg_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/tests/system/)
@@ -121,6 +123,6 @@ function(voltaria_fuzz_target name)
     endif()
     target_sources(${name} PRIVATE $<TARGET_OBJECTS:fuzz_replay>)
     add_test(NAME fuzz.${name} COMMAND ${name} ${PROJECT_SOURCE_DIR}/tests/fuzz/corpus/${name})
-    set_tests_properties(fuzz.${name} PROPERTIES LABELS fuzz TIMEOUT 120)
+    set_tests_properties(fuzz.${name} PROPERTIES LABELS fuzz TIMEOUT 300)
   endif()
 endfunction()
