@@ -237,6 +237,19 @@ TEST_F(Store, AStreamThatCannotBePlacedFailsTheWriteAndChangesNothing)
     expect_failure_without_trace("fseeko", 3, [] { return writeparam("A", "K", "1"); });
 }
 
+TEST_F(Store, AGroupThatCannotBeWrittenBackIsShownAndTold)
+{
+    write_file(CONFIG_PATH, "[ UPS ]\n");
+    UPS_UPSINFO shown{};
+    {
+        const Refused refused("fseeko", EIO);
+        fill_group(&shown);
+    }
+    EXPECT_EQ(field_view(shown.Group), "Group A");
+    EXPECT_EQ(error_text(), "Cannot write Group to config file");
+    EXPECT_EQ(read_file(CONFIG_PATH), "[ UPS ]\n");
+}
+
 TEST_F(Store, AWriteWhoseStreamFailsToCloseIsAFailure)
 {
     for (int closes = 0; closes < 2; ++closes) {
