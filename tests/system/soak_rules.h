@@ -1,6 +1,6 @@
 // The checker of the soak: it knows the rules, is told what the life does to the daemon, the unit and the
-// line, sees what comes out, and wants every line of the event log, every notice, wall and order to the unit
-// to have its cause, and every cause to have led to what it must within its time.
+// line, sees what comes out, and wants every line of the event log, every notice, every wall and every order
+// to switch the unit off to have its cause, and every cause to have led to what it must within its time.
 //
 // Two layers. What the unit is must stand in the shared block within seconds; what stands there must become
 // the events and deadlines that belong to it. The first fault ends the soak: what follows it means nothing.
