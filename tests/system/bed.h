@@ -28,6 +28,10 @@ inline const std::string VOLTARIA = PROGRAMS + "/voltaria";
 // Long enough for a loaded machine and a sanitized daemon; nothing waits this long when all is well.
 inline constexpr auto PATIENCE = 40s;
 
+// The slowest of many answers where nobody holds the agent up, on such a machine. Somebody who does, holds it
+// for 5 s at least.
+inline constexpr auto NOT_HELD_UP = 4s;
+
 /// A packet of the monitor protocol.
 std::string packet(std::uint8_t dataid, std::string_view data = {}, std::uint8_t prototype = 1,
                    std::uint16_t version = 0x0110);

@@ -64,7 +64,7 @@ TEST(Crowd, SixtyThreeMonitorsThatNeverReadDelayNobodyAndThoseServedAreEnded)
         requests += packet(16);
 
     auto slowest = Clock::duration{};
-    EXPECT_TRUE(testbed::eventually(2 * PATIENCE, [&] {
+    EXPECT_TRUE(testbed::eventually(5 * PATIENCE, [&] {
         for (const auto &monitor : deaf)
             monitor->ask(requests);
         const auto asked = Clock::now();
@@ -73,6 +73,6 @@ TEST(Crowd, SixtyThreeMonitorsThatNeverReadDelayNobodyAndThoseServedAreEnded)
         return std::count_if(deaf.begin(), deaf.end(), [](const auto &monitor) { return monitor->ended; }) >=
                SURELY_SERVED;
     }));
-    EXPECT_LT(slowest, 1s);
+    EXPECT_LT(slowest, bed::NOT_HELD_UP);
     EXPECT_EQ(ask_status(healthy).size(), 220u);
 }

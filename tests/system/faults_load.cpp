@@ -143,7 +143,6 @@ void CROWD::ask()
     for (CONNECTIONP &monitor : deaf) {
         if (monitor != nullptr && monitor->send_endlessly(requests))
             continue;
-        ended += monitor != nullptr;
         monitor = connection(AGAIN);
     }
 }

@@ -50,7 +50,6 @@ struct CROWD {
 
     std::vector<CONNECTIONP> deaf;
     std::vector<CONNECTIONP> halted;
-    int ended = 0;  // connections of the deaf, by the agent
 };
 
 // Connections that come as fast as they are taken and stay as long as there are descriptors.

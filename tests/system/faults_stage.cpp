@@ -364,6 +364,8 @@ static constexpr std::array PLAYS = {
     PLAY{Outcome::QUIETLY, play_quietly}, PLAY{Outcome::UNTOLD, play_untold},
 };
 
+static_assert(PLAYS.size() == static_cast<std::size_t>(Outcome::NOT));
+
 void play(const ROW &row, Phase phase)
 {
     Scene scene(phase, row.fault.settings != nullptr ? row.fault.settings() : bed::Settings{});

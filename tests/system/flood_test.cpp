@@ -109,7 +109,7 @@ void expect_order_and_shutdown(testbed::Simulator &unit)
     unit.wait_for_log("rx S10\\r", PATIENCE);
     testbed::wait_until("shutdown", PATIENCE, [] { return !testbed::calls_of("shutdown").empty(); });
     tell("seconds to the shutdown", seconds_since(reported));
-    EXPECT_LT(seconds_since(reported), 10.0);
+    EXPECT_LT(seconds_since(reported), 30.0);
 }
 
 }  // namespace
@@ -126,7 +126,7 @@ TEST_F(Flood, OfDatagramsKeepsNoMonitorWaitingAndNoShutdown)
         slowest = std::max(slowest, Clock::now() - asked);
     }
     tell("slowest answer in seconds", std::chrono::duration<double>(slowest).count());
-    EXPECT_LT(slowest, 1s);
+    EXPECT_LT(slowest, bed::NOT_HELD_UP);
     expect_order_and_shutdown(unit);
     tell("datagrams a second", flood.offered() / seconds_since(begun));
 }
@@ -149,5 +149,6 @@ TEST_F(Flood, OfEverythingDoesNotKeepTheMachineUp)
         multitude.come(50);
     });
     expect_order_and_shutdown(unit);
-    EXPECT_GT(datagrams.offered(), 0);
+    testbed::wait_until("datagrams enough", PATIENCE,
+                        [&] { return datagrams.offered() >= DATAGRAMS_A_SECOND; });
 }

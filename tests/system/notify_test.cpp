@@ -101,6 +101,8 @@ TEST(Notifications, ACommandThatTakesTooLongIsLeftAndReapedAfterItsEnd)
     Daemon daemon(VOLTARIAD);
     start(daemon);
     EXPECT_EQ(testbed::calls_of("wall").size(), 1u);
+    testbed::wait_until("the command's number", PATIENCE,
+                        [] { return testbed::read_file("/tmp/command").find('\n') != std::string::npos; });
     const pid_t command = std::stoi(testbed::read_file("/tmp/command"));
     testbed::wait_until("end of the command", PATIENCE, [&] { return !testbed::process_info(command); });
     EXPECT_EQ(zombies_of(daemon.agent_pid()), 0);

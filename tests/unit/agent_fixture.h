@@ -24,7 +24,7 @@
 
 using BYTES = std::vector<std::uint8_t>;
 
-inline constexpr int PATIENCE = 10000;  // ms; how long a test waits for what must come
+inline constexpr int PATIENCE = 40000;  // ms; how long a test waits for what must come
 
 inline BYTES le16(int value)
 {

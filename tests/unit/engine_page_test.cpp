@@ -213,7 +213,7 @@ TEST_F(EventPages, TheEndOfALongLogIsNear)
     EXPECT_EQ(out.rnum, 10);
     EXPECT_EQ(eventlog(8, 200'000, 255, "host"), -1);
     EXPECT_EQ(engine.eventlogfailed, 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
     EXPECT_EQ(std::filesystem::file_size(LOG_PATH), 200'000u * 44);
 }
 

@@ -16,7 +16,7 @@
 #include <utmp.h>
 
 using STEADY = std::chrono::steady_clock;
-static constexpr std::chrono::seconds PATIENCE{10};
+static constexpr std::chrono::seconds PATIENCE{40};
 
 // ---- The picture ----
 

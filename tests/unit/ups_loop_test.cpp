@@ -537,7 +537,7 @@ TEST_F(UpsLoop, SignalsDoNotShortenAPause)
     const double took = seconds_of([] { ups_pause(500000); });
     sender.join();
     EXPECT_GE(took, 0.49);
-    EXPECT_LT(took, 1.0);
+    EXPECT_LT(took, 5.0);
 }
 
 TEST_F(UpsLoop, PipeEndsAreMovedBelowTheLimitAndSocketsClosed)
