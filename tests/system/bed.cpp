@@ -94,4 +94,12 @@ std::string model_of(const UPS_UPSINFO &info)
     return {info.upsmodel.data(), strnlen(info.upsmodel.data(), info.upsmodel.size())};
 }
 
+int socket_count(pid_t pid)
+{
+    int count = 0;
+    for (int fd = 0; fd < 128; ++fd)
+        count += testbed::descriptor_target(pid, fd).starts_with("socket:") ? 1 : 0;
+    return count;
+}
+
 }  // namespace bed

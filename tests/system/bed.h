@@ -65,4 +65,7 @@ UPS_UPSINFO wait_for_status(const std::string &what,
 
 std::string model_of(const UPS_UPSINFO &info);
 
+/// How many sockets a process has open.
+int socket_count(pid_t pid);
+
 }  // namespace bed

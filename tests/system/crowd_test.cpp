@@ -3,7 +3,6 @@
 #include "bed.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <memory>
 #include <sys/socket.h>
 
@@ -18,6 +17,7 @@ using Clock = std::chrono::steady_clock;
 
 // The last of a full table lie beyond the descriptors that the agent watches; they are never read, and so
 // never owed anything.
+constexpr int CROWD = 63;
 constexpr int SURELY_SERVED = 50;
 
 // A monitor that takes as little as its socket can.
@@ -28,24 +28,20 @@ struct DEAF_MONITOR {
         setsockopt(client.fd(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
     }
 
-    /// Asks for as much as the socket takes and notes the end of the connection.
+    /// Asks for as much as the socket takes.
     void ask(std::string_view requests)
     {
-        while (!ended) {
+        for (;;) {
             const ssize_t sent =
                 send(client.fd(), requests.data() + at, requests.size() - at, MSG_DONTWAIT | MSG_NOSIGNAL);
-            if (sent >= 0) {
-                at = (at + static_cast<std::size_t>(sent)) % requests.size();
-                continue;
-            }
-            ended = errno == EPIPE || errno == ECONNRESET;
-            return;
+            if (sent < 0)
+                return;
+            at = (at + static_cast<std::size_t>(sent)) % requests.size();
         }
     }
 
     TcpClient client;
     std::size_t at = 0;  // how far the requests have been sent: the socket may take a part of one
-    bool ended = false;
 };
 
 }  // namespace
@@ -56,13 +52,18 @@ TEST(Crowd, SixtyThreeMonitorsThatNeverReadDelayNobodyAndThoseServedAreEnded)
     daemon.start();
     const TcpClient healthy;
     (void)ask_status(healthy);
+    const int without = socket_count(daemon.agent_pid());
     std::vector<std::unique_ptr<DEAF_MONITOR>> deaf;
-    for (int i = 0; i < 63; ++i)
+    for (int i = 0; i < CROWD; ++i)
         deaf.push_back(std::make_unique<DEAF_MONITOR>());
+    testbed::wait_until("all of them to be accepted", PATIENCE,
+                        [&] { return socket_count(daemon.agent_pid()) == without + CROWD; });
     std::string requests;
     for (int i = 0; i < 500; ++i)
         requests += packet(16);
 
+    // Their end is seen at the agent: with both windows closed they hear of it at their next probe only,
+    // which may be minutes away.
     auto slowest = Clock::duration{};
     EXPECT_TRUE(testbed::eventually(5 * PATIENCE, [&] {
         for (const auto &monitor : deaf)
@@ -70,8 +71,7 @@ TEST(Crowd, SixtyThreeMonitorsThatNeverReadDelayNobodyAndThoseServedAreEnded)
         const auto asked = Clock::now();
         (void)ask_status(healthy);
         slowest = std::max(slowest, Clock::now() - asked);
-        return std::count_if(deaf.begin(), deaf.end(), [](const auto &monitor) { return monitor->ended; }) >=
-               SURELY_SERVED;
+        return socket_count(daemon.agent_pid()) <= without + CROWD - SURELY_SERVED;
     }));
     EXPECT_LT(slowest, bed::NOT_HELD_UP);
     EXPECT_EQ(ask_status(healthy).size(), 220u);

@@ -100,14 +100,6 @@ std::size_t count_served(const Clients &clients)
     return served;
 }
 
-int sockets_of(pid_t pid)
-{
-    int count = 0;
-    for (int fd = 0; fd < 128; ++fd)
-        count += testbed::descriptor_target(pid, fd).starts_with("socket:") ? 1 : 0;
-    return count;
-}
-
 }  // namespace
 
 TEST_F(Network, AStatusRequestIsAnsweredWith228Bytes)
@@ -367,10 +359,10 @@ TEST_F(Network, ClientsThatNeverReadHoldUpNobodyAndAreEndedAfterFiveSeconds)
 {
     const TcpClient healthy;
     (void)ask_status(healthy);
-    const int before = sockets_of(daemon.agent_pid());
+    const int before = socket_count(daemon.agent_pid());
     const TcpClient deaf;
     testbed::wait_until("the client to be accepted", PATIENCE,
-                        [&] { return sockets_of(daemon.agent_pid()) == before + 1; });
+                        [&] { return socket_count(daemon.agent_pid()) == before + 1; });
     std::string requests;
     for (int i = 0; i < 1000; ++i)
         requests += packet(16);
@@ -385,7 +377,7 @@ TEST_F(Network, ClientsThatNeverReadHoldUpNobodyAndAreEndedAfterFiveSeconds)
             send(deaf.fd(), requests.data() + at, requests.size() - at, MSG_DONTWAIT | MSG_NOSIGNAL);
         at = (at + static_cast<std::size_t>(std::max<ssize_t>(sent, 0))) % requests.size();
         slowest = std::max(slowest, slowest_answer(healthy, 1));
-        return sockets_of(daemon.agent_pid()) == before;
+        return socket_count(daemon.agent_pid()) == before;
     });
     EXPECT_LT(slowest, bed::NOT_HELD_UP);
     EXPECT_EQ(ask_status(healthy).size(), 220u);
