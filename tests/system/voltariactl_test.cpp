@@ -238,7 +238,10 @@ TEST(ControlStop, WithoutRoomForTheLockFileItIsToldWhereToLook)
 {
     Daemon daemon(VOLTARIAD);
     daemon.start();
-    ASSERT_EQ(mount(nullptr, "/usr/lib/voltaria", nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    // A daemon that has just begun may still be writing there.
+    testbed::wait_until("the directory to be read-only", PATIENCE, [] {
+        return mount(nullptr, "/usr/lib/voltaria", nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0;
+    });
     const RunResult result = control({"stop"});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.errors,
